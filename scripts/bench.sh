@@ -1,0 +1,11 @@
+#!/usr/bin/env bash
+# Builds and runs every benchmark; each prints lines "name: value (goal …)".
+set -euo pipefail
+cd "$(dirname "$0")/.."
+scripts/build.sh
+export QT_QPA_PLATFORM="${QT_QPA_PLATFORM:-offscreen}"
+for bench in build/bench/bench_*; do
+  [ -x "$bench" ] || continue
+  echo "== $(basename "$bench")"
+  "$bench"
+done

@@ -1,0 +1,33 @@
+#!/usr/bin/env bash
+# The one list of Debian 12 packages the launcher needs to build, run and test.
+# Installs only what is missing, so a second run costs a dpkg query and nothing else.
+set -euo pipefail
+
+packages=(
+  build-essential cmake ninja-build pkg-config clang-format
+  qt6-base-dev qt6-declarative-dev qt6-tools-dev-tools qcoro-qt6-dev
+  libqt6opengl6-dev libgl-dev
+  qml6-module-qtquick qml6-module-qtquick-controls qml6-module-qtquick-layouts
+  qml6-module-qtquick-templates qml6-module-qtquick-window qml6-module-qtquick-dialogs
+  qml6-module-qtqml-workerscript qml6-module-qtqml qml6-module-qttest
+  libssl-dev libarchive-tools fonts-dejavu-core
+  curl zip unzip xvfb xauth
+)
+# The real engine for end-to-end runs exists only for some architectures.
+if apt-cache show godot3 >/dev/null 2>&1 || [ "${VANTRO_WITH_GODOT:-1}" = 1 ]; then
+  packages+=(godot3)
+fi
+
+missing=()
+for p in "${packages[@]}"; do
+  if ! dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed'; then
+    missing+=("$p")
+  fi
+done
+[ ${#missing[@]} -eq 0 ] && exit 0
+
+sudo=()
+[ "$(id -u)" -eq 0 ] || sudo=(sudo)
+export DEBIAN_FRONTEND=noninteractive
+"${sudo[@]}" apt-get update -qq
+"${sudo[@]}" apt-get install -y -qq --no-install-recommends "${missing[@]}"

@@ -1,0 +1,337 @@
+#include "coro.h"
+#include "process/gamerunner.h"
+#include "process/linesplitter.h"
+#include "process/logstore.h"
+#include "process/processfailure.h"
+#include "process/runprocess.h"
+
+#include <QElapsedTimer>
+#include <QMutex>
+#include <QSignalSpy>
+#include <QTest>
+#include <QThread>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+// Collects lines from whatever thread delivers them.
+struct Collector
+{
+    QMutex mutex;
+    QStringList lines;
+    LineSink sink()
+    {
+        return [this](const QString &line) {
+            QMutexLocker locker(&mutex);
+            lines.append(line);
+        };
+    }
+};
+
+const QString sh = u"/bin/sh"_s;
+} // namespace
+
+class TestProcess : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void splitsChunks_data();
+    void splitsChunks();
+    void runsRealPrograms_data();
+    void runsRealPrograms();
+    void launchFailureThrowsWithoutLines_data();
+    void launchFailureThrowsWithoutLines();
+    void stopEndsWithStatusAndMarksTheBox();
+    void stopBeforeStartFindsNoProcess();
+    void gameRunnerAnnouncesAndRecords_data();
+    void gameRunnerAnnouncesAndRecords();
+    void logTrimsAndCaps_data();
+    void logTrimsAndCaps();
+    void logKeepsOrderAcrossThreadsAndClear();
+    void logPostsEvenOnTheGuiThread();
+};
+
+void TestProcess::splitsChunks_data()
+{
+    QTest::addColumn<QList<QByteArray>>("chunks");
+    QTest::addColumn<QStringList>("lines");
+    QTest::addColumn<QStringList>("flushed");
+
+    const QByteArray euro = "\xe2\x82\xac"; // three bytes
+    QTest::newRow("line then rest") << QList<QByteArray>{"a\nb"} << QStringList{u"a"_s}
+                                    << QStringList{u"b"_s};
+    QTest::newRow("empty line kept") << QList<QByteArray>{"a\n\nb\n"}
+                                     << QStringList{u"a"_s, QString(), u"b"_s} << QStringList{};
+    QTest::newRow("character split across chunks")
+        << QList<QByteArray>{"x" + euro.left(1), euro.mid(1, 1), euro.mid(2) + "y\n"}
+        << QStringList{u"x\u20acy"_s} << QStringList{};
+    QTest::newRow("no line feed at all")
+        << QList<QByteArray>{"par", "tial"} << QStringList{} << QStringList{u"partial"_s};
+    QTest::newRow("invalid byte") << QList<QByteArray>{"\xff\n"} << QStringList{u"\ufffd"_s}
+                                  << QStringList{};
+    QTest::newRow("carriage return stays")
+        << QList<QByteArray>{"a\r\n"} << QStringList{u"a\r"_s} << QStringList{};
+    QTest::newRow("line feed opens the next chunk")
+        << QList<QByteArray>{"ab", "\ncd", "\n"} << QStringList{u"ab"_s, u"cd"_s}
+        << QStringList{};
+}
+
+void TestProcess::splitsChunks()
+{
+    QFETCH(QList<QByteArray>, chunks);
+    QFETCH(QStringList, lines);
+    QFETCH(QStringList, flushed);
+
+    LineSplitter splitter;
+    QStringList got;
+    for (const QByteArray &chunk : chunks)
+        got += splitter.feed(chunk);
+    QCOMPARE(got, lines);
+    QCOMPARE(splitter.flush(), flushed);
+    QCOMPARE(splitter.flush(), QStringList{});
+}
+
+void TestProcess::runsRealPrograms_data()
+{
+    QTest::addColumn<QString>("program");
+    QTest::addColumn<QStringList>("arguments");
+    QTest::addColumn<QStringList>("lines");
+    QTest::addColumn<int>("status");
+
+    QTest::newRow("last line without feed")
+        << sh << QStringList{u"-c"_s, u"printf 'a\\nb'"_s} << QStringList{u"a"_s, u"b"_s} << 0;
+    QTest::newRow("stderr merged in order")
+        << sh << QStringList{u"-c"_s, u"echo out; echo err >&2; echo out2"_s}
+        << QStringList{u"out"_s, u"err"_s, u"out2"_s} << 0;
+    QTest::newRow("stderr only, exit code")
+        << sh << QStringList{u"-c"_s, u"echo oops >&2; exit 3"_s} << QStringList{u"oops"_s} << 3;
+    // Would hang for ever if stdin were inherited or a pipe left open.
+    QTest::newRow("stdin at end of file")
+        << u"/bin/cat"_s << QStringList{} << QStringList{} << 0;
+    QTest::newRow("read sees end of file")
+        << sh << QStringList{u"-c"_s, u"read x; echo status $?"_s} << QStringList{u"status 1"_s}
+        << 0;
+    QTest::newRow("argument with blanks is one argument")
+        << sh << QStringList{u"-c"_s, u"echo \"$1\""_s, u"sh"_s, u"two  words"_s}
+        << QStringList{u"two  words"_s} << 0;
+    QTest::newRow("killed by a signal reports the signal")
+        << sh << QStringList{u"-c"_s, u"echo bye; kill -9 $$"_s} << QStringList{u"bye"_s} << 9;
+    QTest::newRow("many lines all arrive before the status")
+        << sh << QStringList{u"-c"_s, u"seq 1 20000 | tail -n 2"_s}
+        << QStringList{u"19999"_s, u"20000"_s} << 0;
+}
+
+void TestProcess::runsRealPrograms()
+{
+    QFETCH(QString, program);
+    QFETCH(QStringList, arguments);
+    QFETCH(QStringList, lines);
+    QFETCH(int, status);
+
+    Collector collector;
+    auto outcome = runTask(runProcess(program, arguments, nullptr, collector.sink()), 10000);
+    QVERIFY2(outcome.ok(), qPrintable(outcome.errorText()));
+    QCOMPARE(*outcome.value, status);
+    QCOMPARE(collector.lines, lines);
+}
+
+void TestProcess::launchFailureThrowsWithoutLines_data()
+{
+    QTest::addColumn<QString>("program");
+    QTest::newRow("missing file") << u"/nonexistent/engine"_s;
+    QTest::newRow("not executable") << QStringLiteral(VANTRO_TEST_DATA_DIR "/../CMakeLists.txt");
+    QTest::newRow("a folder") << u"/tmp"_s;
+}
+
+void TestProcess::launchFailureThrowsWithoutLines()
+{
+    QFETCH(QString, program);
+    Collector collector;
+    auto box = std::make_shared<ProcessBox>();
+    auto outcome = runTask(runProcess(program, {}, box, collector.sink()), 10000);
+    QVERIFY(!outcome.ok());
+    try {
+        std::rethrow_exception(outcome.error);
+    } catch (const LaunchError &e) {
+        QVERIFY(!e.description().isEmpty());
+        QCOMPARE(e.kind, PlatformError::Kind::Launch);
+    } catch (...) {
+        QFAIL("expected a LaunchError");
+    }
+    QVERIFY(collector.lines.isEmpty());
+    QVERIFY(!box->isStopped());
+}
+
+void TestProcess::stopEndsWithStatusAndMarksTheBox()
+{
+    Collector collector;
+    auto box = std::make_shared<ProcessBox>();
+    QElapsedTimer clock;
+    clock.start();
+    // The trap proves the child got a polite SIGTERM and could still print.
+    const QStringList args{u"-c"_s, u"trap 'echo bye; exit 143' TERM; echo ready; "
+                                    u"while :; do sleep 0.05; done"_s};
+    bool done = false;
+    std::optional<int> status;
+    auto task = [&]() -> QCoro::Task<void> {
+        status = co_await runProcess(sh, args, box, collector.sink());
+        done = true;
+    }();
+    QTRY_VERIFY_WITH_TIMEOUT(
+        [&] {
+            QMutexLocker locker(&collector.mutex);
+            return collector.lines.contains(u"ready"_s);
+        }(),
+        5000);
+    box->stop();
+    QTRY_VERIFY_WITH_TIMEOUT(done, 5000);
+    QCOMPARE(*status, 143);
+    QVERIFY(box->isStopped());
+    QCOMPARE(collector.lines, (QStringList{u"ready"_s, u"bye"_s}));
+
+    // A plain sleep dies of the signal itself: status 15.
+    auto sleepBox = std::make_shared<ProcessBox>();
+    done = false;
+    const QString sleep = u"/bin/sleep"_s;
+    const QStringList thirty{u"30"_s};
+    auto sleeper = [&]() -> QCoro::Task<void> {
+        status = co_await runProcess(sleep, thirty, sleepBox, collector.sink());
+        done = true;
+    }();
+    QTest::qWait(100);
+    sleepBox->stop();
+    QTRY_VERIFY_WITH_TIMEOUT(done, 5000);
+    QCOMPARE(*status, 15);
+    QVERIFY(clock.elapsed() < 20000);
+}
+
+void TestProcess::stopBeforeStartFindsNoProcess()
+{
+    auto box = std::make_shared<ProcessBox>();
+    box->stop(); // nothing to terminate yet, but the mark stays
+    QVERIFY(box->isStopped());
+    Collector collector;
+    auto outcome = runTask(runProcess(sh, {u"-c"_s, u"echo ran"_s}, box, collector.sink()));
+    QCOMPARE(*outcome.value, 0);
+    QCOMPARE(collector.lines, QStringList{u"ran"_s});
+    QVERIFY(box->isStopped());
+}
+
+void TestProcess::gameRunnerAnnouncesAndRecords_data()
+{
+    QTest::addColumn<QString>("engine");
+    QTest::addColumn<QStringList>("args");
+    QTest::addColumn<QStringList>("log");
+    QTest::addColumn<bool>("launches");
+
+    QTest::newRow("arguments unquoted")
+        << u"/bin/echo"_s << QStringList{u"--path"_s, u"/x/my game"_s}
+        << QStringList{u"Starting: echo --path /x/my game"_s, u"--path /x/my game"_s} << true;
+    QTest::newRow("no arguments keeps the space")
+        << u"/bin/true"_s << QStringList{} << QStringList{u"Starting: true "_s} << true;
+    QTest::newRow("launch failure after the start line")
+        << u"/nonexistent/Godot"_s << QStringList{u"--path"_s}
+        << QStringList{u"Starting: Godot --path"_s} << false;
+}
+
+void TestProcess::gameRunnerAnnouncesAndRecords()
+{
+    QFETCH(QString, engine);
+    QFETCH(QStringList, args);
+    QFETCH(QStringList, log);
+    QFETCH(bool, launches);
+
+    LogStore store;
+    GameRunner runner;
+    QVERIFY(!runner.box && !runner.startedAt);
+    const auto before = GameRunner::Clock::now();
+    auto outcome = runTask(runner.run(engine, args, &store));
+    QCOMPARE(outcome.ok(), launches);
+    QVERIFY(runner.box);
+    QVERIFY(runner.startedAt && *runner.startedAt >= before);
+    QTRY_COMPARE(store.lines(), log);
+}
+
+void TestProcess::logTrimsAndCaps_data()
+{
+    QTest::addColumn<QStringList>("appended");
+    QTest::addColumn<QStringList>("stored");
+
+    QTest::newRow("line endings trimmed, spaces kept")
+        << QStringList{u"\r\n  text  \r\n"_s} << QStringList{u"  text  "_s};
+    QTest::newRow("inner line feed kept") << QStringList{u"a\nb"_s} << QStringList{u"a\nb"_s};
+    QTest::newRow("empty and lone feed stored")
+        << QStringList{QString(), u"\n"_s} << QStringList{QString(), QString()};
+    QTest::newRow("unicode separators and tabs")
+        << QStringList{u"\u2028\u0085\x0b\x0c\ttab\t\u2029"_s} << QStringList{u"\ttab\t"_s};
+
+    QStringList many;
+    for (int i = 1; i <= 3001; ++i)
+        many.append(QString::number(i));
+    QTest::newRow("3001 lines keep the newest 3000") << many << many.mid(1);
+}
+
+void TestProcess::logTrimsAndCaps()
+{
+    QFETCH(QStringList, appended);
+    QFETCH(QStringList, stored);
+
+    LogStore store;
+    QSignalSpy changed(&store, &LogStore::linesChanged);
+    for (const QString &line : appended)
+        store.append(line);
+    QTRY_COMPARE(store.lines(), stored);
+    QVERIFY(store.lines().size() <= LogStore::maxLines);
+    QVERIFY(changed.count() >= 1);
+}
+
+void TestProcess::logKeepsOrderAcrossThreadsAndClear()
+{
+    LogStore store;
+    constexpr int perThread = 5000;
+    // Two writers at once: each one's lines must stay in its own order.
+    auto writer = [&store](QChar tag) {
+        return QThread::create([&store, tag] {
+            for (int i = 0; i < perThread; ++i)
+                store.append(tag + QString::number(i));
+        });
+    };
+    std::unique_ptr<QThread> a(writer(u'a')), b(writer(u'b'));
+    a->start();
+    b->start();
+    QVERIFY(a->wait(10000) && b->wait(10000));
+    QTRY_COMPARE(store.lines().size(), LogStore::maxLines);
+    int lastA = -1, lastB = -1;
+    for (const QString &line : store.lines()) {
+        int &last = line.startsWith(u'a') ? lastA : lastB;
+        const int n = line.mid(1).toInt();
+        QVERIFY2(n > last, qPrintable(line));
+        last = n;
+    }
+    QCOMPARE(std::max(lastA, lastB), perThread - 1);
+
+    // clear then append from one thread leaves only the new line; clear of an
+    // empty store still tells observers.
+    store.append(u"old"_s);
+    store.clear();
+    store.append(u"x"_s);
+    QTRY_COMPARE(store.lines(), QStringList{u"x"_s});
+    store.clear();
+    QTRY_VERIFY(store.lines().isEmpty());
+    QSignalSpy changed(&store, &LogStore::linesChanged);
+    store.clear();
+    QTRY_COMPARE(changed.count(), 1);
+    QVERIFY(store.lines().isEmpty());
+}
+
+void TestProcess::logPostsEvenOnTheGuiThread()
+{
+    LogStore store;
+    store.append(u"later"_s);
+    QVERIFY(store.lines().isEmpty());
+    QTRY_COMPARE(store.lines(), QStringList{u"later"_s});
+}
+
+QTEST_GUILESS_MAIN(TestProcess)
+#include "tst_process.moc"
