@@ -1,0 +1,167 @@
+// Times the two folder walks that run on every start of the launcher against `find`
+// walking the same tree: the import check over a large project, and the search for
+// the project file in a deep tree.
+#include "acquisition/enginemanager.h"
+#include "project/projectinspector.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QProcess>
+#include <QTemporaryDir>
+
+#include <algorithm>
+#include <cstdio>
+#include <functional>
+#include <limits>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+void touch(const QString &path)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::WriteOnly))
+        qFatal("cannot create %s", qPrintable(path));
+}
+
+void makeFolder(const QString &path)
+{
+    if (!QDir().mkpath(path))
+        qFatal("cannot create %s", qPrintable(path));
+}
+
+// A project of 20,000 files in 2,000 folders (40 with 49 subfolders each), ten files
+// a folder: three assets, their three sidecars and four files that import nothing.
+void buildProject(const QString &root)
+{
+    makeFolder(root + u"/.import"_s);
+    const QStringList assets{u"png"_s, u"ogg"_s, u"glb"_s};
+    const QStringList others{u"gd"_s, u"tscn"_s, u"tres"_s, u"md"_s};
+    int folders = 0;
+    for (int top = 0; top < 40; ++top) {
+        const QString topFolder = root + u"/area%1"_s.arg(top);
+        for (int sub = -1; sub < 49; ++sub) {
+            const QString folder = sub < 0 ? topFolder : topFolder + u"/part%1"_s.arg(sub);
+            makeFolder(folder);
+            ++folders;
+            for (const QString &extension : assets) {
+                touch(folder + u"/asset."_s + extension);
+                touch(folder + u"/asset."_s + extension + u".import"_s);
+            }
+            for (const QString &extension : others)
+                touch(folder + u"/file."_s + extension);
+        }
+    }
+    Q_ASSERT(folders == 2000);
+}
+
+// 50,000 entries ten levels deep, wide near the top and single chains below level 4,
+// with no project file anywhere.
+int buildDeepTree(const QString &root)
+{
+    const int fanOut[10] = {10, 10, 5, 2, 1, 1, 1, 1, 1, 1};
+    QStringList folders{root};
+    QStringList level{root};
+    for (int depth = 0; depth < 10; ++depth) {
+        QStringList next;
+        for (const QString &parent : level) {
+            for (int i = 0; i < fanOut[depth]; ++i) {
+                const QString folder = parent + u"/dir%1"_s.arg(i);
+                makeFolder(folder);
+                next.append(folder);
+            }
+        }
+        folders += next;
+        level = next;
+    }
+    const int entries = 50000;
+    const int folderEntries = int(folders.size()) - 1; // the root is no entry
+    const int files = entries - folderEntries;
+    for (int i = 0; i < files; ++i)
+        touch(folders[i % folders.size()] + u"/file%1.txt"_s.arg(i));
+    return folderEntries + files;
+}
+
+// The best of three runs, after one that warms the cache, in milliseconds.
+double bestOfThree(const std::function<void()> &run)
+{
+    run();
+    double best = std::numeric_limits<double>::max();
+    for (int i = 0; i < 3; ++i) {
+        QElapsedTimer timer;
+        timer.start();
+        run();
+        best = std::min(best, double(timer.nsecsElapsed()) / 1e6);
+    }
+    return best;
+}
+
+QByteArray shell(const QString &command)
+{
+    QProcess process;
+    process.start(u"/bin/sh"_s, {u"-c"_s, command});
+    if (!process.waitForFinished(-1) || process.exitCode() != 0)
+        qFatal("failed: %s", qPrintable(command));
+    return process.readAllStandardOutput().trimmed();
+}
+
+QString quoted(const QString &path)
+{
+    return u"'"_s + QString(path).replace(u"'"_s, u"'\\''"_s) + u"'"_s;
+}
+
+void printCount(const char *name, int count)
+{
+    std::printf("%s: %d\n", name, count);
+}
+
+void print(const char *name, double value, const char *goal = nullptr)
+{
+    if (goal)
+        std::printf("%s: %.2f (goal %s)\n", name, value, goal);
+    else
+        std::printf("%s: %.1f\n", name, value);
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    QCoreApplication app(argc, argv);
+    QTemporaryDir dir;
+    if (!dir.isValid())
+        qFatal("no temporary folder");
+
+    const QString project = dir.path() + u"/project"_s;
+    buildProject(project);
+    const QString countFiles =
+        u"find "_s + quoted(project) + u" -not -path '*/.*' -type f | wc -l"_s;
+    if (!EngineManager::importIsComplete(project) || shell(countFiles) != "20000")
+        qFatal("the project tree is not what the benchmark expects");
+
+    const double importMs = bestOfThree([&] { EngineManager::importIsComplete(project); });
+    const double importFindMs = bestOfThree([&] { shell(countFiles); });
+    printCount("import_tree_files", 20000);
+    print("import_check_ms", importMs);
+    print("find_ms", importFindMs);
+    print("import_check_vs_find", importMs / importFindMs, "≤ 2");
+
+    const QString deep = dir.path() + u"/deep"_s;
+    const int entries = buildDeepTree(deep);
+    const QString listShallow =
+        u"find "_s + quoted(deep) + u" -maxdepth 4 -not -path '*/.*' | wc -l"_s;
+    if (ProjectInspector::findProjectRoot(deep))
+        qFatal("the deep tree holds no project file");
+
+    const double rootMs = bestOfThree([&] { ProjectInspector::findProjectRoot(deep); });
+    const double rootFindMs = bestOfThree([&] { shell(listShallow); });
+    printCount("root_tree_entries", entries);
+    printCount("root_tree_entries_to_level_4", shell(listShallow).toInt() - 1);
+    print("find_root_ms", rootMs);
+    print("find_maxdepth_ms", rootFindMs);
+    print("find_root_vs_find", rootMs / rootFindMs, "≤ 2");
+    return 0;
+}

@@ -1,0 +1,76 @@
+#pragma once
+
+#include "project/projectinfo.h"
+
+#include <QSet>
+#include <QString>
+#include <QStringList>
+#include <QUrl>
+#include <optional>
+
+/** @brief One official engine build; only EngineManager::spec makes them. */
+struct EngineSpec
+{
+    QString version; // release tag: the release folder online and the build's folder on disk
+    QString zipName; // the archive's name online and on disk
+    qint64 major = 0;
+
+    /** The engine's arguments (program excluded) that import the project at `project`. */
+    QStringList importArgs(const QString &project) const;
+
+    bool operator==(const EngineSpec &) const = default;
+};
+
+/**
+ * @brief The engine catalogue, where builds live on disk, and the file-based import check.
+ *
+ * Stateless; everything here only reads the disk, so it may run on any thread.
+ */
+namespace EngineManager {
+
+enum class Platform { LinuxX86_64, LinuxArm64, MacOS };
+
+/** The platform this launcher was built for. */
+Platform hostPlatform();
+
+/** The launcher's data folder; never fails and never creates it. */
+QString base();
+
+/** base()/Engine/<version>: where a build is unpacked. */
+QString engineFolder(const EngineSpec &spec);
+
+/** The build for the project on this computer. Throws ProcessFailure when there is none. */
+EngineSpec spec(const ProjectInfo &info);
+
+/** The build for the project on `platform`. Throws ProcessFailure when there is none. */
+EngineSpec spec(const ProjectInfo &info, Platform platform);
+
+/** The installed build's program, firstExecutable(engineFolder(spec)); none when the
+ *  build is not (fully) installed. */
+std::optional<QString> executable(const EngineSpec &spec);
+
+/** The first executable regular file directly in `folder`, in listing order; none when
+ *  there is none or the folder cannot be listed. */
+std::optional<QString> firstExecutable(const QString &folder);
+
+/** Lower-case extensions of the source assets that the import step turns into
+ *  imported files. */
+const QSet<QString> &importable();
+
+/** An import folder exists in `root` and every asset below it, hidden folders
+ *  excepted, has its ".import" sidecar. */
+bool importIsComplete(const QString &root);
+
+/** The number of entries in root/.import; 0 when it cannot be listed. */
+qint64 importedEntryCount(const QString &root);
+
+/** endpoint + version + "/" + zipName. */
+QUrl archiveUrl(const EngineSpec &spec, const QString &endpoint);
+
+/** The release's SHA-512 list, beside the archive. */
+QUrl checksumListUrl(const EngineSpec &spec, const QString &endpoint);
+
+/** The configured engine release endpoint (ends in "/"). */
+QString defaultEndpoint();
+
+} // namespace EngineManager

@@ -1,0 +1,441 @@
+#include "project/projectinspector.h"
+
+#include "project/charactertext.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QHash>
+#include <QRegularExpression>
+#include <QScopeGuard>
+#include <QStringDecoder>
+#include <QtNumeric>
+
+#include <array>
+#include <cstring>
+#include <dirent.h>
+#include <sys/stat.h>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+QStringView trimmed(QStringView text, bool (*strip)(QChar))
+{
+    qsizetype begin = 0;
+    qsizetype end = text.size();
+    while (begin < end && strip(text[begin]))
+        ++begin;
+    while (end > begin && strip(text[end - 1]))
+        --end;
+    return text.sliced(begin, end - begin);
+}
+
+bool isQuoteOrSpace(QChar c)
+{
+    return c == u'"' || c == u' ';
+}
+
+// Spaces and tabs of any script, but never a line break.
+bool isHorizontalSpace(QChar c)
+{
+    return c == u'\t' || c.category() == QChar::Separator_Space;
+}
+
+// A decimal integer: an optional sign, then ASCII digits only; none on overflow.
+std::optional<qint64> parseInteger(QStringView text)
+{
+    bool negative = false;
+    if (!text.isEmpty() && (text[0] == u'+' || text[0] == u'-')) {
+        negative = text[0] == u'-';
+        text = text.sliced(1);
+    }
+    if (text.isEmpty())
+        return std::nullopt;
+    qint64 result = 0;
+    for (QChar c : text) {
+        if (c.unicode() < u'0' || c.unicode() > u'9')
+            return std::nullopt;
+        const qint64 digit = c.unicode() - u'0';
+        // Building towards the sign keeps the most negative value within range.
+        const bool overflow = qMulOverflow(result, qint64(10), &result) ||
+                              (negative ? qSubOverflow(result, digit, &result)
+                                        : qAddOverflow(result, digit, &result));
+        if (overflow)
+            return std::nullopt;
+    }
+    return result;
+}
+
+// Whether an axis value, which the pattern limits to -?[digits.]+, lies below zero;
+// none when it is not a number (no digit, more than one point, digits of another
+// script).
+std::optional<bool> isBelowZero(QStringView text)
+{
+    const bool negative = text.startsWith(u'-');
+    if (negative)
+        text = text.sliced(1);
+    bool digits = false;
+    bool nonZero = false;
+    int points = 0;
+    for (QChar c : text) {
+        if (c == u'.') {
+            ++points;
+        } else if (c.unicode() >= u'0' && c.unicode() <= u'9') {
+            digits = true;
+            nonZero = nonZero || c != u'0';
+        } else {
+            return std::nullopt;
+        }
+    }
+    if (!digits || points > 1)
+        return std::nullopt;
+    return negative && nonZero; // -0.0 is not below zero
+}
+
+// The file as UTF-8 text, or none when it cannot be read or is not valid UTF-8. A
+// byte order mark is dropped.
+std::optional<QString> readUtf8(const QString &path)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return std::nullopt;
+    const QByteArray bytes = file.readAll();
+    if (file.error() != QFileDevice::NoError)
+        return std::nullopt;
+    QStringDecoder decoder(QStringDecoder::Utf8);
+    QString text = decoder.decode(bytes);
+    if (decoder.hasError())
+        return std::nullopt;
+    return text;
+}
+
+// The README and the licence often sit at the top of the repository, one level
+// above a project kept in a subfolder.
+std::array<QString, 2> nearFolders(const QString &root)
+{
+    return {root, QDir::cleanPath(root + u"/.."_s)};
+}
+
+QByteArray childPath(const QByteArray &dir, const char *name)
+{
+    QByteArray path = dir;
+    if (!path.endsWith('/'))
+        path += '/';
+    return path.append(name);
+}
+
+// Project files are looked for down to this level below the starting folder, so the
+// walk stays short even when the folder holds a large tree.
+constexpr int kDeepestLevel = 4;
+
+// Depth first in listing order below `dir`, whose entries lie at `level`; the folder
+// that holds the first "project.godot", or none.
+std::optional<QByteArray> searchBelow(const QByteArray &dir, int level)
+{
+    DIR *stream = ::opendir(dir.constData());
+    if (!stream)
+        return std::nullopt;
+    const auto closeStream = qScopeGuard([stream] { ::closedir(stream); });
+    while (const dirent *entry = ::readdir(stream)) {
+        if (entry->d_name[0] == '.') // hidden, and "." and ".."
+            continue;
+        if (std::strcmp(entry->d_name, "project.godot") == 0)
+            return dir;
+        if (level >= kDeepestLevel)
+            continue;
+        if (entry->d_type != DT_DIR && entry->d_type != DT_UNKNOWN)
+            continue; // symbolic links are not followed, not even to folders
+        const QByteArray path = childPath(dir, entry->d_name);
+        struct stat status;
+        if (entry->d_type == DT_UNKNOWN &&
+            (::lstat(path.constData(), &status) != 0 || !S_ISDIR(status.st_mode)))
+            continue;
+        if (auto found = searchBelow(path, level + 1))
+            return found;
+    }
+    return std::nullopt;
+}
+
+struct KnownAction
+{
+    QStringView action;
+    QStringView label;
+};
+
+// The only actions the launcher lists, in the order it lists them.
+constexpr std::array<KnownAction, 6> kKnownActions{{
+    {u"ui_up", u"Accelerate"},
+    {u"ui_down", u"Brake / reverse"},
+    {u"ui_left", u"Steer left"},
+    {u"ui_right", u"Steer right"},
+    {u"ui_focus_next", u"Change camera"},
+    {u"ui_select", u"Select"},
+}};
+
+// The text of every action block of the [input] section, each line followed by a
+// line feed; a block that appears twice is joined into one.
+QHash<QString, QString> inputBlocks(const QString &text)
+{
+    QHash<QString, QString> blocks;
+    bool inInput = false;
+    std::optional<QString> current;
+    for (QStringView line : CharacterText::splitLines(text, true)) {
+        if (CharacterText::startsWith(line, u"[")) {
+            inInput = line == u"[input]";
+            current.reset();
+            continue;
+        }
+        if (!inInput)
+            continue;
+        if (CharacterText::endsWith(line, u"={")) {
+            current = line.first(CharacterText::indexOf(line, u"=")).toString();
+            blocks[*current]; // an action with an empty block still has one
+        }
+        if (current) {
+            blocks[*current].append(line).append(u'\n');
+            if (line == u"}")
+                current.reset();
+        }
+    }
+    return blocks;
+}
+
+// Keys first (each name once), then gamepad buttons, then stick directions, each in
+// the order of the block.
+QStringList inputNames(const QString &block)
+{
+    QStringList names;
+    // The quote before "scancode" keeps "physical_scancode" out.
+    for (const QStringList &groups : ProjectInspector::captures(u"\"scancode\":(\\d+)"_s, block)) {
+        const auto code = parseInteger(groups.value(0));
+        const auto name = code ? ProjectInspector::keyName(*code) : std::nullopt;
+        if (name && !names.contains(*name))
+            names.append(*name);
+    }
+    for (const QStringList &groups :
+         ProjectInspector::captures(u"\"button_index\":(\\d+)"_s, block)) {
+        if (const auto index = parseInteger(groups.value(0)))
+            names.append(u"gamepad "_s + ProjectInspector::buttonName(*index));
+    }
+    const QString axisPattern = u"\"axis\":(\\d+),\"axis_value\":(-?[\\d.]+)"_s;
+    for (const QStringList &groups : ProjectInspector::captures(axisPattern, block)) {
+        if (groups.size() < 2)
+            continue;
+        const auto axis = parseInteger(groups[0]);
+        if (!axis)
+            continue;
+        // A value that is no number counts as the positive direction.
+        const bool below = isBelowZero(groups[1]).value_or(false);
+        if (*axis == 0)
+            names.append(below ? u"left stick left"_s : u"left stick right"_s);
+        else if (*axis == 1)
+            names.append(below ? u"left stick up"_s : u"left stick down"_s);
+        else
+            names.append(u"gamepad axis "_s + QString::number(*axis));
+    }
+    return names;
+}
+
+} // namespace
+
+namespace ProjectInspector {
+
+std::optional<QString> findProjectRoot(const QString &folder)
+{
+    const QByteArray start = QFile::encodeName(folder);
+    struct stat status;
+    if (::lstat(childPath(start, "project.godot").constData(), &status) == 0)
+        return folder;
+    const auto found = searchBelow(start, 1);
+    if (!found)
+        return std::nullopt;
+    return folder + QFile::decodeName(found->sliced(start.size()));
+}
+
+ProjectInfo inspect(const QString &root)
+{
+    const QString text = readUtf8(root + u"/project.godot"_s).value_or(QString());
+
+    ProjectInfo info;
+    info.root = root;
+    const auto version = value(u"config_version"_s, text);
+    info.configVersion = (version ? parseInteger(*version) : std::nullopt).value_or(4);
+    info.name =
+        trimmed(value(u"config/name"_s, text).value_or(u"Zorbit"_s), isQuoteOrSpace).toString();
+    info.features = value(u"config/features"_s, text).value_or(QString());
+    info.mainScene =
+        trimmed(value(u"run/main_scene"_s, text).value_or(QString()), isQuoteOrSpace).toString();
+    info.hasSubmodules = QFileInfo::exists(root + u"/.gitmodules"_s);
+    info.licenseName = licenseSummary(root);
+    info.oneLiner = firstSentence(readReadme(root));
+    info.controls = parseControls(text);
+    return info;
+}
+
+std::optional<QString> value(const QString &key, const QString &text)
+{
+    const QString prefix = key + u'=';
+    for (QStringView line : CharacterText::splitLines(text, false)) {
+        if (CharacterText::startsWith(line, prefix))
+            return line.sliced(prefix.size()).toString();
+    }
+    return std::nullopt;
+}
+
+QList<ControlLine> parseControls(const QString &text)
+{
+    const QHash<QString, QString> blocks = inputBlocks(text);
+    QList<ControlLine> rows;
+    for (const KnownAction &known : kKnownActions) {
+        const auto block = blocks.constFind(known.action.toString());
+        if (block == blocks.cend())
+            continue;
+        const QStringList names = inputNames(*block);
+        if (!names.isEmpty())
+            rows.append({QUuid::createUuid(), known.label.toString(), names.join(u", "_s)});
+    }
+    return rows;
+}
+
+QList<QStringList> captures(const QString &pattern, const QString &text)
+{
+    // The patterns are written for ICU, where \d and its kin take their Unicode
+    // meaning: a digit of another script then ends up in the group and fails the
+    // number parse, instead of cutting the match short.
+    const QRegularExpression expression(pattern, QRegularExpression::UseUnicodePropertiesOption);
+    if (!expression.isValid())
+        return {};
+    const int groupCount = expression.captureCount();
+    QList<QStringList> result;
+    for (auto matches = expression.globalMatch(text); matches.hasNext();) {
+        const QRegularExpressionMatch match = matches.next();
+        QStringList groups;
+        for (int group = 1; group <= groupCount; ++group) {
+            if (match.hasCaptured(group))
+                groups.append(match.captured(group));
+        }
+        result.append(groups);
+    }
+    return result;
+}
+
+std::optional<QString> keyName(qint64 code)
+{
+    if (code >= 'A' && code <= 'Z')
+        return QString(QChar(char16_t(code)));
+    switch (code) {
+    case 32:
+        return u"Space"_s;
+    case 0x1000001:
+        return u"Esc"_s;
+    case 0x1000002:
+        return u"Tab"_s;
+    case 0x1000005:
+        return u"Enter"_s;
+    case 0x100000F:
+        return u"Left arrow"_s;
+    case 0x1000010:
+        return u"Up arrow"_s;
+    case 0x1000011:
+        return u"Right arrow"_s;
+    case 0x1000012:
+        return u"Down arrow"_s;
+    default:
+        return std::nullopt;
+    }
+}
+
+QString buttonName(qint64 index)
+{
+    switch (index) {
+    case 0:
+        return u"A"_s;
+    case 1:
+        return u"B"_s;
+    case 2:
+        return u"X"_s;
+    case 3:
+        return u"Y"_s;
+    case 4:
+        return u"left shoulder"_s;
+    case 5:
+        return u"right shoulder"_s;
+    case 12:
+        return u"D-pad up"_s;
+    case 13:
+        return u"D-pad down"_s;
+    case 14:
+        return u"D-pad left"_s;
+    case 15:
+        return u"D-pad right"_s;
+    default:
+        return u"button "_s + QString::number(index);
+    }
+}
+
+QString readReadme(const QString &root)
+{
+    static constexpr std::array<QStringView, 4> names{u"README.md", u"readme.md", u"README",
+                                                      u"README.txt"};
+    for (const QString &folder : nearFolders(root)) {
+        for (QStringView name : names) {
+            if (auto text = readUtf8(folder + u'/' + name))
+                return *text;
+        }
+    }
+    return {};
+}
+
+QString firstSentence(const QString &text)
+{
+    for (QStringView line : CharacterText::splitLines(text, false)) {
+        line = trimmed(line, isHorizontalSpace);
+        // Headings, badges and list items or rules are not prose.
+        if (line.isEmpty() || CharacterText::startsWith(line, u"#") ||
+            CharacterText::startsWith(line, u"!") || CharacterText::startsWith(line, u"-"))
+            continue;
+        const QRegularExpression link(u"\\[([^\\]]*)\\]\\([^)]*\\)"_s,
+                                      QRegularExpression::UseUnicodePropertiesOption);
+        const QString prose = line.toString().replace(link, u"\\1"_s);
+        const qsizetype stop = CharacterText::indexOf(prose, u". ");
+        return stop < 0 ? prose : prose.first(stop) + u'.';
+    }
+    return {};
+}
+
+QString licenseSummary(const QString &root)
+{
+    static constexpr std::array<QStringView, 5> names{u"LICENSE", u"LICENSE.md", u"LICENSE.txt",
+                                                      u"COPYING", u"UNLICENSE"};
+    struct Phrase
+    {
+        QStringView phrase;
+        QStringView summary;
+    };
+    static constexpr std::array<Phrase, 4> phrases{{
+        {u"free and unencumbered software released into the public domain",
+         u"Unlicense (public domain)"},
+        {u"permission is hereby granted, free of charge", u"MIT License"},
+        {u"apache license", u"Apache License 2.0"},
+        {u"gnu general public license", u"GNU GPL"},
+    }};
+
+    for (const QString &folder : nearFolders(root)) {
+        for (QStringView name : names) {
+            const auto text = readUtf8(folder + u'/' + name);
+            if (!text)
+                continue;
+            const QString lower = text->toLower();
+            for (const Phrase &known : phrases) {
+                if (CharacterText::indexOf(lower, known.phrase) >= 0)
+                    return known.summary.toString();
+            }
+            const QList<QStringView> lines = CharacterText::splitLines(*text, false);
+            return u"See "_s + name + u": "_s + (lines.isEmpty() ? QStringView() : lines.first());
+        }
+    }
+    return u"No licence file found in the repository"_s;
+}
+
+} // namespace ProjectInspector
