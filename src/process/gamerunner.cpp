@@ -11,5 +11,6 @@ QCoro::Task<int> GameRunner::run(QString engine, QStringList args, LogStore *log
     startedAt = Clock::now();
     // Arguments are not quoted on purpose: the line is for reading, not for pasting.
     log->append(u"Starting: "_qs + QFileInfo(engine).fileName() + u' ' + args.join(u' '));
-    co_return co_await runProcess(engine, args, box, [log](const QString &line) { log->append(line); });
+    co_return co_await runProcess(engine, args, box,
+                                  [log](const QString &line) { log->append(line); });
 }

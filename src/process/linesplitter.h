@@ -19,15 +19,13 @@ public:
 
     // Calls sink for each complete line instead of building a list; the hot path
     // of a child that floods its output.
-    template<typename Sink>
-    void feed(QByteArrayView data, Sink &&sink);
+    template <typename Sink> void feed(QByteArrayView data, Sink &&sink);
 
 private:
     QByteArray m_pending;
 };
 
-template<typename Sink>
-void LineSplitter::feed(QByteArrayView data, Sink &&sink)
+template <typename Sink> void LineSplitter::feed(QByteArrayView data, Sink &&sink)
 {
     qsizetype start = 0;
     if (!m_pending.isEmpty()) {

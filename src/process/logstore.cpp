@@ -70,9 +70,10 @@ void LogStore::push(Op op)
 // that the cap would drop anyway, and everything before the last clear, can go now.
 void LogStore::compactQueue()
 {
-    auto lastClear = std::find_if(m_queue.rbegin(), m_queue.rend(), [](const Op &op) { return op.clear; });
-    const auto keepFrom =
-        std::max(m_queue.end() - maxLines, lastClear == m_queue.rend() ? m_queue.begin() : lastClear.base());
+    auto lastClear =
+        std::find_if(m_queue.rbegin(), m_queue.rend(), [](const Op &op) { return op.clear; });
+    const auto keepFrom = std::max(
+        m_queue.end() - maxLines, lastClear == m_queue.rend() ? m_queue.begin() : lastClear.base());
     std::vector<Op> kept;
     kept.reserve(size_t(maxLines) + 1);
     if (lastClear != m_queue.rend())

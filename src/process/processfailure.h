@@ -15,8 +15,7 @@ class ProcessFailure : public std::exception
 public:
     explicit ProcessFailure(QString message)
         : message(std::move(message)), m_utf8(this->message.toUtf8())
-    {
-    }
+    {}
     const char *what() const noexcept override { return m_utf8.constData(); }
     QString description() const { return message; }
 
@@ -38,8 +37,7 @@ public:
     PlatformError(Kind kind, QString description, int code = 0)
         : kind(kind), code(code), m_description(std::move(description)),
           m_utf8(m_description.toUtf8())
-    {
-    }
+    {}
     const char *what() const noexcept override { return m_utf8.constData(); }
     QString description() const { return m_description; }
 
@@ -55,9 +53,9 @@ private:
 class LaunchError : public PlatformError
 {
 public:
-    LaunchError(QString description, int code) : PlatformError(Kind::Launch, std::move(description), code)
-    {
-    }
+    LaunchError(QString description, int code)
+        : PlatformError(Kind::Launch, std::move(description), code)
+    {}
 };
 
 /** @brief The user-visible description of any error the pipeline may catch. */

@@ -1,15 +1,28 @@
 import QtQuick
 import QtQuick.Controls
+import Vantro
 
 ApplicationWindow {
     id: window
     visible: true
     minimumWidth: 560
     minimumHeight: 640
+    width: 560
+    height: 640
     title: "Vantro 3D"
 
-    Label {
+    Column {
         anchors.centerIn: parent
-        text: "Not downloaded"
+        spacing: 12
+
+        Label {
+            anchors.horizontalCenter: parent.horizontalCenter
+            text: AppModel.stateTitle
+            font.pixelSize: 20
+        }
+        Label {
+            anchors.horizontalCenter: parent.horizontalCenter
+            text: AppModel.progressText
+        }
     }
 }

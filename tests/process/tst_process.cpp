@@ -59,10 +59,10 @@ void TestProcess::splitsChunks_data()
     QTest::addColumn<QStringList>("flushed");
 
     const QByteArray euro = "\xe2\x82\xac"; // three bytes
-    QTest::newRow("line then rest") << QList<QByteArray>{"a\nb"} << QStringList{u"a"_s}
-                                    << QStringList{u"b"_s};
-    QTest::newRow("empty line kept") << QList<QByteArray>{"a\n\nb\n"}
-                                     << QStringList{u"a"_s, QString(), u"b"_s} << QStringList{};
+    QTest::newRow("line then rest")
+        << QList<QByteArray>{"a\nb"} << QStringList{u"a"_s} << QStringList{u"b"_s};
+    QTest::newRow("empty line kept")
+        << QList<QByteArray>{"a\n\nb\n"} << QStringList{u"a"_s, QString(), u"b"_s} << QStringList{};
     QTest::newRow("character split across chunks")
         << QList<QByteArray>{"x" + euro.left(1), euro.mid(1, 1), euro.mid(2) + "y\n"}
         << QStringList{u"x\u20acy"_s} << QStringList{};
@@ -73,8 +73,7 @@ void TestProcess::splitsChunks_data()
     QTest::newRow("carriage return stays")
         << QList<QByteArray>{"a\r\n"} << QStringList{u"a\r"_s} << QStringList{};
     QTest::newRow("line feed opens the next chunk")
-        << QList<QByteArray>{"ab", "\ncd", "\n"} << QStringList{u"ab"_s, u"cd"_s}
-        << QStringList{};
+        << QList<QByteArray>{"ab", "\ncd", "\n"} << QStringList{u"ab"_s, u"cd"_s} << QStringList{};
 }
 
 void TestProcess::splitsChunks()
@@ -107,8 +106,7 @@ void TestProcess::runsRealPrograms_data()
     QTest::newRow("stderr only, exit code")
         << sh << QStringList{u"-c"_s, u"echo oops >&2; exit 3"_s} << QStringList{u"oops"_s} << 3;
     // Would hang for ever if stdin were inherited or a pipe left open.
-    QTest::newRow("stdin at end of file")
-        << u"/bin/cat"_s << QStringList{} << QStringList{} << 0;
+    QTest::newRow("stdin at end of file") << u"/bin/cat"_s << QStringList{} << QStringList{} << 0;
     QTest::newRow("read sees end of file")
         << sh << QStringList{u"-c"_s, u"read x; echo status $?"_s} << QStringList{u"status 1"_s}
         << 0;

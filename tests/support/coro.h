@@ -9,8 +9,7 @@
 // QCoro::waitFor on a task that throws hangs and loses the exception, so tests run
 // tasks through this wrapper: it catches, and fails the test if the event loop does
 // not finish the task in time.
-template<typename T>
-struct Outcome
+template <typename T> struct Outcome
 {
     std::optional<T> value;
     std::exception_ptr error;
@@ -26,14 +25,12 @@ struct Unit
 
 QString describeException(std::exception_ptr error);
 
-template<typename T>
-QString Outcome<T>::errorText() const
+template <typename T> QString Outcome<T>::errorText() const
 {
     return error ? describeException(error) : QString();
 }
 
-template<typename T>
-Outcome<T> runTask(QCoro::Task<T> task, int timeoutMs = 60000)
+template <typename T> Outcome<T> runTask(QCoro::Task<T> task, int timeoutMs = 60000)
 {
     Outcome<T> outcome;
     bool done = false;

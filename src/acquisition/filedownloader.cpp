@@ -1,0 +1,170 @@
+#include "filedownloader.h"
+
+#include "acquisition/network.h"
+#include "process/processfailure.h"
+
+#include <QCoroNetworkReply>
+#include <QDir>
+#include <QFileInfo>
+#include <QLoggingCategory>
+#include <QMutexLocker>
+#include <QNetworkRequest>
+#include <QUuid>
+
+using namespace Qt::StringLiterals;
+
+Q_LOGGING_CATEGORY(lcDownload, "vantro.download")
+
+namespace {
+// Qt's own buffer between its network thread and us; bounded so that a slow disk
+// holds the transfer back instead of growing the launcher's memory.
+constexpr qint64 readBufferBytes = 4 * 1024 * 1024;
+
+[[noreturn]] void throwFileError(const QString &what, const QString &path, const QString &why)
+{
+    throw PlatformError(PlatformError::Kind::FileSystem,
+                        what + u" \u201c"_s + path + u"\u201d: "_s + why);
+}
+
+int httpStatus(const QNetworkReply *reply)
+{
+    return reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
+}
+} // namespace
+
+FileDownloader::FileDownloader(QString destDir, QString fileName, QObject *parent)
+    : QObject(parent), m_destDir(std::move(destDir)), m_fileName(std::move(fileName))
+{}
+
+FileDownloader::~FileDownloader()
+{
+    if (m_part)
+        m_part->remove();
+}
+
+QCoro::Task<QString> FileDownloader::download(QUrl url, Progress onProgress)
+{
+    m_onProgress = std::move(onProgress);
+
+    // The body goes to a hidden part file beside the target: the final rename is
+    // then cheap, and the target itself is only ever a complete file.
+    if (!QDir().mkpath(m_destDir))
+        throwFileError(u"Could not create the folder"_s, m_destDir,
+                       u"a file may stand in its place."_s);
+    const QString target = QDir(m_destDir).filePath(m_fileName);
+    m_part = std::make_unique<QFile>(QDir(m_destDir).filePath(
+        u"."_s + m_fileName + u".part-"_s + QUuid::createUuid().toString(QUuid::WithoutBraces)));
+    if (!m_part->open(QIODevice::WriteOnly))
+        throwFileError(u"Could not write"_s, m_part->fileName(), m_part->errorString());
+
+    useSystemProxy();
+    m_manager = std::make_unique<QNetworkAccessManager>();
+    QNetworkRequest request(url);
+    request.setTransferTimeout(int(m_idleTimeout.count()));
+    QNetworkReply *reply = nullptr;
+    {
+        QMutexLocker locker(&m_lock);
+        if (!m_cancelled) {
+            reply = m_manager->get(request);
+            m_reply = reply;
+        }
+    }
+    if (!reply) {
+        m_part->remove();
+        throw PlatformError(PlatformError::Kind::Network, u"Operation canceled"_s,
+                            QNetworkReply::OperationCanceledError);
+    }
+    reply->setReadBufferSize(readBufferBytes);
+    connect(reply, &QNetworkReply::readyRead, this, &FileDownloader::onReadyRead);
+    connect(reply, &QNetworkReply::downloadProgress, this,
+            [this, reply](qint64 written, qint64 expected) {
+                // Qt fills in the total at the end of a body without a length; the
+                // server never announced one, so neither do we.
+                if (!reply->header(QNetworkRequest::ContentLengthHeader).isValid())
+                    expected = -1;
+                if (m_onProgress)
+                    m_onProgress(written, expected);
+            });
+
+    co_await qCoro(reply).waitForFinished(std::chrono::milliseconds(-1));
+    onReadyRead();
+    std::unique_ptr<QNetworkReply, void (*)(QNetworkReply *)> owned(
+        reply, [](QNetworkReply *r) { r->deleteLater(); });
+    m_part->close();
+
+    auto fail = [this](auto &&error) {
+        m_part->remove();
+        throw error;
+    };
+    const int status = httpStatus(reply);
+    if (status != 0 && (status < 200 || status > 299))
+        fail(ProcessFailure(u"The server answered with error "_s + QString::number(status) +
+                            u"."_s));
+    if (!m_writeError.isEmpty())
+        fail(PlatformError(PlatformError::Kind::FileSystem, m_writeError));
+    if (reply->error() != QNetworkReply::NoError) {
+        // Qt reports an idle time-out as a cancellation; only the user cancels here.
+        if (reply->error() == QNetworkReply::OperationCanceledError && !wasCancelled())
+            fail(PlatformError(PlatformError::Kind::Network,
+                               u"The download stalled: nothing arrived for "_s +
+                                   QString::number(m_idleTimeout.count() / 1000.0) + u" seconds."_s,
+                               QNetworkReply::TimeoutError));
+        fail(PlatformError(PlatformError::Kind::Network,
+                           u"The download failed: "_s + reply->errorString() + u"."_s,
+                           reply->error()));
+    }
+    const QVariant announced = reply->header(QNetworkRequest::ContentLengthHeader);
+    if (announced.isValid() && announced.toLongLong() != m_part->size())
+        fail(PlatformError(PlatformError::Kind::Network,
+                           u"The connection closed before the whole file arrived."_s,
+                           QNetworkReply::RemoteHostClosedError));
+
+    QFile::remove(target);
+    if (!m_part->rename(target))
+        fail(PlatformError(PlatformError::Kind::FileSystem,
+                           u"Could not move the download to \u201c"_s + target + u"\u201d: "_s +
+                               m_part->errorString()));
+    m_part.reset();
+    co_return target;
+}
+
+void FileDownloader::onReadyRead()
+{
+    QPointer<QNetworkReply> reply;
+    {
+        QMutexLocker locker(&m_lock);
+        reply = m_reply;
+    }
+    if (!reply || !reply->isOpen())
+        return;
+    const QByteArray chunk = reply->readAll();
+    const int status = httpStatus(reply);
+    // An error page is not the file: it is read and dropped.
+    if (chunk.isEmpty() || (status != 0 && (status < 200 || status > 299)) ||
+        !m_writeError.isEmpty())
+        return;
+    if (m_part->write(chunk) != chunk.size()) {
+        m_writeError = u"Could not write the download to \u201c"_s + m_part->fileName() +
+                       u"\u201d: "_s + m_part->errorString();
+        qCWarning(lcDownload) << m_writeError;
+        reply->abort();
+    }
+}
+
+void FileDownloader::cancel()
+{
+    QPointer<QNetworkReply> reply;
+    {
+        QMutexLocker locker(&m_lock);
+        m_cancelled = true;
+        reply = m_reply;
+    }
+    if (reply)
+        reply->abort();
+}
+
+bool FileDownloader::wasCancelled() const
+{
+    QMutexLocker locker(&m_lock);
+    return m_cancelled;
+}

@@ -1,0 +1,58 @@
+#pragma once
+
+#include <QCoroTask>
+#include <QFile>
+#include <QMutex>
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
+#include <QObject>
+#include <QPointer>
+#include <QUrl>
+#include <chrono>
+#include <functional>
+#include <memory>
+
+/**
+ * @brief Downloads one file into a folder, streaming the body to disk as it arrives.
+ *
+ * Each downloader serves one download with a network manager of its own (no disk
+ * cache, no cookies kept). The finished file is put in place only when the server
+ * answered 2xx and the whole body arrived, so a failed download never leaves a
+ * file at the target. `cancel` ends the transfer with OperationCanceledError.
+ */
+class FileDownloader : public QObject
+{
+    Q_OBJECT
+
+public:
+    using Progress = std::function<void(qint64 written, qint64 expected)>;
+    static constexpr std::chrono::milliseconds defaultIdleTimeout{60000};
+
+    FileDownloader(QString destDir, QString fileName, QObject *parent = nullptr);
+    ~FileDownloader() override;
+
+    /** Returns destDir/fileName; throws ProcessFailure for a non-2xx answer and
+     *  PlatformError for network and file-system errors. */
+    QCoro::Task<QString> download(QUrl url, Progress onProgress);
+    void cancel();
+    bool wasCancelled() const;
+
+    /** A transfer that receives nothing for this long is abandoned. */
+    void setIdleTimeout(std::chrono::milliseconds timeout) { m_idleTimeout = timeout; }
+
+private:
+    void onReadyRead();
+
+    QString m_destDir;
+    QString m_fileName;
+    std::chrono::milliseconds m_idleTimeout = defaultIdleTimeout;
+    Progress m_onProgress;
+
+    mutable QMutex m_lock; // guards m_reply and m_cancelled
+    QPointer<QNetworkReply> m_reply;
+    bool m_cancelled = false;
+
+    std::unique_ptr<QNetworkAccessManager> m_manager;
+    std::unique_ptr<QFile> m_part;
+    QString m_writeError;
+};

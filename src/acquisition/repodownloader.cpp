@@ -1,0 +1,47 @@
+#include "repodownloader.h"
+
+#include "acquisition/network.h"
+#include "process/logstore.h"
+#include "process/processfailure.h"
+#include "process/runprocess.h"
+
+#include <QCoroNetworkReply>
+#include <QDir>
+#include <QNetworkReply>
+#include <QNetworkRequest>
+
+using namespace Qt::StringLiterals;
+
+namespace RepoDownloader {
+
+QCoro::Task<void> unzip(QString zip, QString dest, LogStore *log)
+{
+    QDir(dest).removeRecursively();
+    if (!QDir().mkpath(dest))
+        throw PlatformError(PlatformError::Kind::FileSystem,
+                            u"Could not create the folder \u201c"_s + dest +
+                                u"\u201d: a file may stand in its place."_s);
+    const QString program = QString::fromLatin1(unpacker);
+    const QStringList arguments{u"-x"_s, u"-f"_s, zip, u"-C"_s, dest};
+    const int status = co_await runProcess(program, arguments, nullptr,
+                                           [log](const QString &line) { log->append(line); });
+    if (status != 0)
+        throw ProcessFailure(u"Unpacking the download failed (ditto exit "_s +
+                             QString::number(status) + u")."_s);
+}
+
+QCoro::Task<std::optional<qint64>> remoteSize(QUrl url)
+{
+    QNetworkRequest request(url);
+    request.setTransferTimeout(15000);
+    std::unique_ptr<QNetworkReply> reply(sharedNetwork()->head(request));
+    co_await qCoro(reply.get()).waitForFinished(std::chrono::milliseconds(-1));
+    const int status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
+    const QVariant length = reply->header(QNetworkRequest::ContentLengthHeader);
+    if (reply->error() != QNetworkReply::NoError || status < 200 || status > 299 ||
+        !length.isValid() || length.toLongLong() < 1)
+        co_return std::nullopt;
+    co_return length.toLongLong();
+}
+
+} // namespace RepoDownloader

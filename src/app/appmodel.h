@@ -1,0 +1,143 @@
+#pragma once
+
+#include "acquisition/enginemanager.h"
+#include "app/appstate.h"
+#include "process/gamerunner.h"
+#include "process/logstore.h"
+#include "process/processbox.h"
+#include "project/projectinfo.h"
+
+#include <QCoroTask>
+#include <QObject>
+#include <QPointer>
+#include <QUrl>
+#include <QVariant>
+#include <chrono>
+#include <memory>
+#include <optional>
+
+class FileDownloader;
+
+/**
+ * @brief The one observable model the whole window reads.
+ *
+ * Holds the state, the progress of the step under way, what was read from the
+ * project, the two settings, the log and the game runner. Everything runs on the
+ * GUI thread; steps are coroutines that suspend at network, process and sleep points
+ * and throw on failure.
+ */
+class AppModel : public QObject
+{
+    Q_OBJECT
+    Q_PROPERTY(AppState state READ state NOTIFY stateChanged)
+    Q_PROPERTY(QString stateTitle READ stateTitle NOTIFY stateChanged)
+    Q_PROPERTY(QVariant progress READ progressValue NOTIFY progressChanged)
+    Q_PROPERTY(QString progressText READ progressText NOTIFY progressTextChanged)
+    Q_PROPERTY(QVariant info READ infoValue NOTIFY infoChanged)
+    Q_PROPERTY(QVariant downloadSizeText READ downloadSizeTextValue NOTIFY downloadSizeTextChanged)
+    Q_PROPERTY(QVariant failureReport READ failureReportValue NOTIFY failureReportChanged)
+    Q_PROPERTY(bool savesFolderExists READ savesFolderExists NOTIFY savesFolderExistsChanged)
+    Q_PROPERTY(bool fullscreen READ fullscreen WRITE setFullscreen NOTIFY fullscreenChanged)
+    Q_PROPERTY(QString resolution READ resolution WRITE setResolution NOTIFY resolutionChanged)
+    Q_PROPERTY(QStringList resolutionChoices READ resolutionChoices CONSTANT)
+    Q_PROPERTY(LogStore *log READ log CONSTANT)
+    Q_PROPERTY(bool isGameRunning READ isGameRunning NOTIFY stateChanged)
+    Q_PROPERTY(bool canCancel READ canCancel NOTIFY stateChanged)
+
+public:
+    /** What tests and packagers may change: where things come from, and delays. */
+    struct Config
+    {
+        QString engineEndpoint = EngineManager::defaultEndpoint();
+        QString gameArchiveUrl = defaultGameArchiveUrl();
+        std::chrono::milliseconds downloadIdleTimeout{60000};
+        std::chrono::milliseconds importPollInterval{2000};
+        std::chrono::milliseconds importDeadline{1200 * 1000};
+
+        static QString defaultGameArchiveUrl();
+    };
+
+    explicit AppModel(Config config, QObject *parent = nullptr);
+    ~AppModel() override;
+
+    /** The instance the window and the quit guard share. */
+    static AppModel *shared();
+
+    AppState state() const { return m_state; }
+    QString stateTitle() const { return m_state.title(); }
+    std::optional<double> progress() const { return m_progress; }
+    QString progressText() const { return m_progressText; }
+    const std::optional<ProjectInfo> &info() const { return m_info; }
+    std::optional<QString> downloadSizeText() const { return m_downloadSizeText; }
+    std::optional<QString> failureReport() const { return m_failureReport; }
+    bool savesFolderExists() const { return m_savesFolderExists; }
+    bool fullscreen() const { return m_fullscreen; }
+    QString resolution() const { return m_resolution; }
+    LogStore *log() const { return m_log; }
+    GameRunner &runner() { return m_runner; }
+    const Config &config() const { return m_config; }
+
+    void setFullscreen(bool fullscreen);
+    void setResolution(const QString &resolution);
+
+    static QStringList resolutionChoices();
+    bool isGameRunning() const;
+    bool canCancel() const;
+
+    /** Godot's own save folder for the project; the launcher only reads it. */
+    QString savesURL() const;
+    /** Re-reads the disk: the project, whether it is ready to play, the save folder. */
+    Q_INVOKABLE void refreshFromDisk();
+    /** Stops the download or the setup process in flight. */
+    Q_INVOKABLE void cancel();
+
+    // Pipeline steps. Each reports through state, progress and the log, and throws
+    // ProcessFailure or PlatformError on failure.
+    QCoro::Task<QString> download(QString name, QString label, QUrl url, QString file, QString dir);
+    QCoro::Task<void> downloadGame();
+    QCoro::Task<void> downloadEngine(EngineSpec spec);
+    QCoro::Task<void> importProject(QString exe, EngineSpec spec, QString root);
+    /** A fresh private folder vantro-<UUID> in the temporary folder. */
+    static QString makeTempDir();
+    bool isImported(const QString &root) const;
+
+    void setState(const AppState &state);
+    void setProgress(std::optional<double> progress);
+    void setProgressText(const QString &text);
+
+Q_SIGNALS:
+    void stateChanged();
+    void progressChanged();
+    void progressTextChanged();
+    void infoChanged();
+    void downloadSizeTextChanged();
+    void failureReportChanged();
+    void savesFolderExistsChanged();
+    void fullscreenChanged();
+    void resolutionChanged();
+
+private:
+    QVariant progressValue() const;
+    QVariant infoValue() const;
+    QVariant downloadSizeTextValue() const;
+    QVariant failureReportValue() const;
+    void setInfo(std::optional<ProjectInfo> info);
+    void setSavesFolderExists(bool exists);
+
+    Config m_config;
+    AppState m_state = AppState::notDownloaded();
+    std::optional<double> m_progress;
+    QString m_progressText;
+    std::optional<ProjectInfo> m_info;
+    std::optional<QString> m_downloadSizeText;
+    std::optional<QString> m_failureReport;
+    bool m_savesFolderExists = false;
+    bool m_fullscreen = false;
+    QString m_resolution;
+
+    LogStore *m_log;
+    GameRunner m_runner;
+    QPointer<FileDownloader> m_downloader;
+    std::shared_ptr<ProcessBox> m_setupBox;
+    bool m_cancelRequested = false;
+};

@@ -1,0 +1,176 @@
+#include "app/appmodel.h"
+#include "coro.h"
+#include "testenv.h"
+#include "testhttpserver.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <QTest>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+const QByteArray project = "config_version=4\n[application]\nconfig/name=\"Zorbit\"\n";
+
+// An installed, imported game that a bad update must leave exactly as it was.
+void installPreviousGame(const TestEnv &env)
+{
+    TestEnv::writeFile(env.base() + u"/Game/Old-master/project.godot"_s, "config_version=4\n");
+    TestEnv::writeFile(env.base() + u"/imported.marker"_s, QByteArray());
+}
+
+bool previousGameIntact(const TestEnv &env)
+{
+    return TestEnv::readFile(env.base() + u"/Game/Old-master/project.godot"_s) ==
+               "config_version=4\n" &&
+           QFileInfo::exists(env.base() + u"/imported.marker"_s);
+}
+} // namespace
+
+class TestGameDownload : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void installsTheGame_data();
+    void installsTheGame();
+    void badArchivesLoseNothing_data();
+    void badArchivesLoseNothing();
+};
+
+void TestGameDownload::installsTheGame_data()
+{
+    QTest::addColumn<QString>("projectPath"); // inside the zip
+    QTest::newRow("top folder as the host serves it") << u"Zorbit-master/project.godot"_s;
+    QTest::newRow("project at the root of the zip") << u"project.godot"_s;
+}
+
+void TestGameDownload::installsTheGame()
+{
+    QFETCH(QString, projectPath);
+    TestEnv env;
+    TestHttpServer server;
+    const QString source = env.root() + u"/source"_s;
+    TestEnv::writeFile(source + u"/"_s + projectPath, project);
+    TestEnv::writeFile(source + u"/"_s + QFileInfo(projectPath).path() + u"/run.sh"_s,
+                       "#!/bin/sh\n", true);
+    TestEnv::zipFolder(source, env.root() + u"/game.zip"_s);
+    server.setRoute(u"/archive/refs/heads/master.zip"_s,
+                    TestHttpServer::file(env.root() + u"/game.zip"_s));
+    installPreviousGame(env);
+
+    AppModel::Config config;
+    config.gameArchiveUrl = server.url(u"/archive/refs/heads/master.zip"_s).toString();
+    AppModel model(config);
+    auto outcome = runVoidTask(model.downloadGame());
+    QVERIFY2(outcome.ok(), qPrintable(outcome.errorText()));
+
+    const QString installed = env.base() + u"/Game/"_s + projectPath;
+    QCOMPARE(TestEnv::readFile(installed), project);
+    QVERIFY(QFileInfo(QFileInfo(installed).path() + u"/run.sh"_s).isExecutable());
+    // The old copy and its import record are gone; the new copy must be imported.
+    QVERIFY(!QFileInfo::exists(env.base() + u"/Game/Old-master"_s));
+    QVERIFY(!QFileInfo::exists(env.base() + u"/imported.marker"_s));
+    QVERIFY(!QFileInfo::exists(env.base() + u"/GameStaging"_s));
+    QCOMPARE(model.state(), AppState::settingUp(u"unpacking the game"_s));
+    QTRY_COMPARE(model.log()->lines().last(), u"Game unpacked."_s);
+    QCOMPARE(env.tmpEntries(), QStringList{});
+}
+
+void TestGameDownload::badArchivesLoseNothing_data()
+{
+    QTest::addColumn<QString>("fault");
+    QTest::addColumn<QString>("message"); // "~" starts a part that must be contained
+
+    QTest::newRow("no project.godot")
+        << u"noProject"_s << u"The downloaded game has no project.godot file."_s;
+    QTest::newRow("project too deep")
+        << u"tooDeep"_s << u"The downloaded game has no project.godot file."_s;
+    QTest::newRow("corrupt zip") << u"corrupt"_s
+                                 << u"Unpacking the download failed (ditto exit 1)."_s;
+    QTest::newRow("entry escaping with ..")
+        << u"dotdot"_s << u"Unpacking the download failed (ditto exit 1)."_s;
+    QTest::newRow("entry written through a symlink")
+        << u"symlink"_s << u"Unpacking the download failed (ditto exit 1)."_s;
+    QTest::newRow("404") << u"404"_s << u"The server answered with error 404."_s;
+    QTest::newRow("500") << u"500"_s << u"The server answered with error 500."_s;
+    QTest::newRow("reset mid-download") << u"reset"_s << u"~The download failed: "_s;
+    QTest::newRow("base folder blocked by a file")
+        << u"blockedBase"_s << u"~Could not create the folder"_s;
+    QTest::newRow("bad address") << u"badAddress"_s << u"Bad game address."_s;
+}
+
+void TestGameDownload::badArchivesLoseNothing()
+{
+    QFETCH(QString, fault);
+    QFETCH(QString, message);
+
+    TestEnv env;
+    TestHttpServer server;
+    const QString zip = env.root() + u"/game.zip"_s;
+    const QString source = env.root() + u"/source"_s;
+    const QString outside = env.root() + u"/outside"_s;
+    QDir().mkpath(outside);
+    TestEnv::writeFile(source + u"/payload.txt"_s, "payload");
+    if (fault == u"noProject") {
+        TestEnv::writeFile(source + u"/Zorbit-master/README.md"_s, "# no project here");
+        TestEnv::zipFolder(source, zip);
+    } else if (fault == u"tooDeep") {
+        TestEnv::writeFile(source + u"/a/b/c/d/project.godot"_s, project);
+        TestEnv::zipFolder(source, zip);
+    } else if (fault == u"corrupt") {
+        TestEnv::writeFile(zip, "PK\x03\x04 definitely not a complete zip archive");
+    } else if (fault == u"dotdot") {
+        TestEnv::zipMtree(u"#mtree\n./project.godot type=file contents=payload.txt\n"
+                          u"../../../outside/escaped.txt type=file contents=payload.txt\n"_s,
+                          source, zip);
+    } else if (fault == u"symlink") {
+        TestEnv::zipMtree(u"#mtree\n./project.godot type=file contents=payload.txt\n"
+                          u"./link type=link link="_s +
+                              QString(outside).replace(u' ', u"\\040"_s) +
+                              u"\n./link/escaped.txt type=file contents=payload.txt\n"_s,
+                          source, zip);
+    } else {
+        TestEnv::writeFile(source + u"/Zorbit-master/project.godot"_s, project);
+        TestEnv::zipFolder(source, zip);
+    }
+    TestHttpServer::Route route = TestHttpServer::file(zip);
+    if (fault == u"404" || fault == u"500") {
+        route = {};
+        route.status = fault.toInt();
+    }
+    if (fault == u"reset") {
+        route = {};
+        route.body = QByteArray(2000000, 'z');
+        route.resetAfterBytes = 30000;
+    }
+    server.setRoute(u"/master.zip"_s, route);
+
+    if (fault == u"blockedBase")
+        TestEnv::writeFile(env.base(), "a file where the base folder should be");
+    else
+        installPreviousGame(env);
+
+    AppModel::Config config;
+    config.gameArchiveUrl =
+        fault == u"badAddress" ? u"::not an address::"_s : server.url(u"/master.zip"_s).toString();
+    AppModel model(config);
+    auto outcome = runVoidTask(model.downloadGame(), 30000);
+    QVERIFY(!outcome.ok());
+    if (message.startsWith(u'~'))
+        QVERIFY2(outcome.errorText().contains(message.mid(1)), qPrintable(outcome.errorText()));
+    else
+        QCOMPARE(outcome.errorText(), message);
+
+    if (fault == u"blockedBase")
+        QVERIFY(QFileInfo(env.base()).isFile());
+    else
+        QVERIFY(previousGameIntact(env));
+    QVERIFY(!QFileInfo::exists(env.base() + u"/GameStaging"_s));
+    QCOMPARE(QDir(outside).entryList(QDir::AllEntries | QDir::NoDotAndDotDot), QStringList{});
+    QVERIFY(!QFileInfo::exists(env.root() + u"/../outside"_s));
+    QCOMPARE(env.tmpEntries(), QStringList{});
+}
+
+QTEST_GUILESS_MAIN(TestGameDownload)
+#include "tst_gamedownload.moc"

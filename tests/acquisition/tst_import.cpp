@@ -1,0 +1,204 @@
+#include "acquisition/enginemanager.h"
+#include "app/appmodel.h"
+#include "coro.h"
+#include "process/processfailure.h"
+#include "testenv.h"
+
+#include <QDir>
+#include <QElapsedTimer>
+#include <QFileInfo>
+#include <QImage>
+#include <QProcess>
+#include <QStandardPaths>
+#include <QTest>
+#include <QTimer>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+const EngineSpec godot4{u"4.3-stable"_s, u"Godot_v4.3-stable_linux.x86_64.zip"_s, 4};
+const EngineSpec godot3{u"3.5.3-stable"_s, u"Godot_v3.5.3-stable_x11.64.zip"_s, 3};
+
+QString makeProject(const TestEnv &env, int configVersion, bool onlyIcon = false)
+{
+    const QString root = env.base() + u"/Game/Zorbit-master"_s;
+    TestEnv::writeFile(root + u"/project.godot"_s,
+                       "config_version=" + QByteArray::number(configVersion) +
+                           "\n\n[application]\n\nconfig/name=\"Tiny\"\n"
+                           "run/main_scene=\"res://Main.tscn\"\n");
+    TestEnv::writeFile(root + u"/Main.tscn"_s,
+                       "[gd_scene format=2]\n\n[node name=\"Main\" type=\"Node2D\"]\n");
+    QImage icon(16, 16, QImage::Format_RGB32);
+    icon.fill(Qt::red);
+    icon.save(root + u"/icon.png"_s);
+    if (!onlyIcon) {
+        icon.save(root + u"/Track.PNG"_s, "PNG");
+        TestEnv::writeFile(root + u"/sounds/engine.wav"_s, "RIFF");
+    }
+    return root;
+}
+
+AppModel::Config fastConfig()
+{
+    AppModel::Config config;
+    config.importPollInterval = std::chrono::milliseconds(150);
+    return config;
+}
+
+struct ScopedEnv
+{
+    QByteArray name;
+    ScopedEnv(const char *n, const QByteArray &value) : name(n) { qputenv(n, value); }
+    ~ScopedEnv() { qunsetenv(name.constData()); }
+};
+} // namespace
+
+class TestImport : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void judgesByTheFiles_data();
+    void judgesByTheFiles();
+    void closesTheGodot3EditorOnceSettled();
+    void closesAnEditorThatNeverSettlesAtTheDeadline();
+    void cancelStopsTheEditor();
+    void engineThatCannotStart();
+    void realGodot3ImportsUnderXvfb();
+};
+
+void TestImport::judgesByTheFiles_data()
+{
+    QTest::addColumn<QByteArray>("exitCode");
+    QTest::addColumn<QByteArray>("skip");
+    QTest::addColumn<QString>("message"); // empty: success
+
+    QTest::newRow("complete") << QByteArray("0") << QByteArray() << QString();
+    QTest::newRow("complete although the engine failed")
+        << QByteArray("1") << QByteArray() << QString();
+    QTest::newRow("one sidecar missing")
+        << QByteArray("1") << QByteArray("engine.wav")
+        << u"Godot did not finish preparing the game's files (exit code 1). Open \"Show log\" "
+           u"for details."_s;
+    QTest::newRow("upper-case extension missing")
+        << QByteArray("0") << QByteArray("Track.PNG")
+        << u"Godot did not finish preparing the game's files (exit code 0). Open \"Show log\" "
+           u"for details."_s;
+}
+
+void TestImport::judgesByTheFiles()
+{
+    QFETCH(QByteArray, exitCode);
+    QFETCH(QByteArray, skip);
+    QFETCH(QString, message);
+
+    TestEnv env;
+    const QString root = makeProject(env, 5);
+    ScopedEnv exit("FAKE_EXIT", exitCode), skipped("FAKE_SKIP", skip);
+    AppModel model(fastConfig());
+    auto outcome =
+        runVoidTask(model.importProject(fakeEngine(u"godot4-import.sh"_s), godot4, root));
+    QCOMPARE(outcome.errorText(), message);
+    QCOMPARE(QFileInfo::exists(env.base() + u"/imported.marker"_s), message.isEmpty());
+    QCOMPARE(model.isImported(root), message.isEmpty());
+    QCOMPARE(model.state(),
+             AppState::settingUp(u"First-time setup, this can take a minute or more"_s));
+    QCOMPARE(model.progressText(), u"Godot is preparing the game's files\u2026"_s);
+    QVERIFY(!model.progress());
+}
+
+void TestImport::closesTheGodot3EditorOnceSettled()
+{
+    TestEnv env;
+    const QString root = makeProject(env, 4);
+    ScopedEnv step("FAKE_STEP_SECONDS", "0.2");
+    AppModel model(fastConfig());
+    QElapsedTimer clock;
+    clock.start();
+    auto outcome =
+        runVoidTask(model.importProject(fakeEngine(u"godot3-editor.sh"_s), godot3, root), 30000);
+    QVERIFY2(outcome.ok(), qPrintable(outcome.errorText()));
+    QVERIFY(QFileInfo::exists(env.base() + u"/imported.marker"_s));
+    QTRY_VERIFY(model.log()->lines().contains(u"Import finished, closing the Godot editor."_s));
+    QVERIFY(model.log()->lines().first().startsWith(u"Godot 3 prepares the game in its editor."_s));
+    // Three steady checks after the import completed, not before.
+    QVERIFY(clock.elapsed() >= 3 * 150);
+}
+
+void TestImport::closesAnEditorThatNeverSettlesAtTheDeadline()
+{
+    TestEnv env;
+    const QString root = makeProject(env, 4);
+    ScopedEnv step("FAKE_STEP_SECONDS", "0.03"); // a new entry between any two checks
+    AppModel::Config config = fastConfig();
+    config.importDeadline = std::chrono::milliseconds(2500);
+    AppModel model(config);
+    QElapsedTimer clock;
+    clock.start();
+    auto outcome = runVoidTask(
+        model.importProject(fakeEngine(u"godot3-never-finishes.sh"_s), godot3, root), 30000);
+    QVERIFY(clock.elapsed() >= 2400);
+    QVERIFY(!model.log()->lines().contains(u"Import finished, closing the Godot editor."_s));
+    // The files decide: the editor wrote every sidecar even though it never settled.
+    QCOMPARE(outcome.ok(), EngineManager::importIsComplete(root));
+}
+
+void TestImport::cancelStopsTheEditor()
+{
+    TestEnv env;
+    const QString root = makeProject(env, 4);
+    ScopedEnv step("FAKE_STEP_SECONDS", "0.03");
+    AppModel model(fastConfig());
+    QTimer::singleShot(700, &model, &AppModel::cancel);
+    auto outcome = runVoidTask(
+        model.importProject(fakeEngine(u"godot3-never-finishes.sh"_s), godot3, root), 30000);
+    QCOMPARE(outcome.errorText(), u"Setup was cancelled."_s);
+    QVERIFY(!QFileInfo::exists(env.base() + u"/imported.marker"_s));
+}
+
+void TestImport::engineThatCannotStart()
+{
+    TestEnv env;
+    const QString root = makeProject(env, 5);
+    AppModel model(fastConfig());
+    auto outcome = runVoidTask(model.importProject(env.root() + u"/no-engine"_s, godot4, root));
+    QVERIFY(!outcome.ok());
+    QVERIFY(!outcome.errorText().isEmpty());
+    QVERIFY(!outcome.errorText().startsWith(u"Godot did not finish"_s));
+    QVERIFY(!QFileInfo::exists(env.base() + u"/imported.marker"_s));
+}
+
+// The real Godot 3 editor from Debian: imports on open and stays open, so only the
+// watcher can end it. Needs an X server; Xvfb stands in for one.
+void TestImport::realGodot3ImportsUnderXvfb()
+{
+    const QString godot = QStandardPaths::findExecutable(u"godot3"_s);
+    const QString xvfb = QStandardPaths::findExecutable(u"Xvfb"_s);
+    if (godot.isEmpty() || xvfb.isEmpty())
+        QSKIP("needs the godot3 and xvfb packages");
+
+    QProcess server;
+    server.setProcessChannelMode(QProcess::SeparateChannels);
+    server.start(xvfb, {u"-displayfd"_s, u"1"_s, u"-screen"_s, u"0"_s, u"1024x768x24"_s,
+                        u"-nolisten"_s, u"tcp"_s});
+    QVERIFY(server.waitForStarted(10000));
+    QTRY_VERIFY_WITH_TIMEOUT(server.canReadLine(), 15000);
+    const QByteArray display = ":" + server.readLine().trimmed();
+    ScopedEnv displayEnv("DISPLAY", display);
+
+    TestEnv env;
+    // Godot writes its editor settings under the XDG folders, which TestEnv made private.
+    const QString root = makeProject(env, 4, true);
+    AppModel model(AppModel::Config{});
+    auto outcome = runVoidTask(model.importProject(godot, godot3, root), 240000);
+    QVERIFY2(outcome.ok(),
+             qPrintable(outcome.errorText() + u"\n"_s + model.log()->lines().join(u'\n')));
+    QVERIFY(QFileInfo::exists(root + u"/icon.png.import"_s));
+    QVERIFY(EngineManager::importedEntryCount(root) > 0);
+    QVERIFY(model.isImported(root));
+    server.terminate();
+    server.waitForFinished(5000);
+}
+
+QTEST_MAIN(TestImport)
+#include "tst_import.moc"

@@ -1,0 +1,95 @@
+#include "testenv.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QFile>
+#include <QProcess>
+#include <QSettings>
+#include <QTest>
+
+using namespace Qt::StringLiterals;
+
+TestEnv::TestEnv()
+    : m_oldData(qgetenv("XDG_DATA_HOME")), m_oldConfig(qgetenv("XDG_CONFIG_HOME")),
+      m_oldTmp(qgetenv("TMPDIR"))
+{
+    if (!m_dir.isValid())
+        qFatal("no temporary folder");
+    QDir().mkpath(data());
+    QDir().mkpath(tmp());
+    QDir().mkpath(root() + u"/config"_s);
+    qputenv("XDG_DATA_HOME", QFile::encodeName(data()));
+    qputenv("XDG_CONFIG_HOME", QFile::encodeName(root() + u"/config"_s));
+    qputenv("TMPDIR", QFile::encodeName(tmp()));
+    QCoreApplication::setOrganizationName(u"Vantro"_s);
+    QCoreApplication::setApplicationName(u"Vantro 3D"_s);
+    QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, root() + u"/config"_s);
+}
+
+TestEnv::~TestEnv()
+{
+    qputenv("XDG_DATA_HOME", m_oldData);
+    qputenv("XDG_CONFIG_HOME", m_oldConfig);
+    qputenv("TMPDIR", m_oldTmp);
+}
+
+QStringList TestEnv::tmpEntries() const
+{
+    return QDir(tmp()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden);
+}
+
+void TestEnv::writeFile(const QString &path, const QByteArray &content, bool executable)
+{
+    QDir().mkpath(QFileInfo(path).path());
+    QFile file(path);
+    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate) ||
+        file.write(content) != content.size())
+        qFatal("cannot write %s", qPrintable(path));
+    if (executable)
+        file.setPermissions(file.permissions() | QFileDevice::ExeOwner | QFileDevice::ExeGroup |
+                            QFileDevice::ExeOther);
+}
+
+QByteArray TestEnv::readFile(const QString &path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+static void runTool(const QString &program, const QStringList &arguments, const QString &workDir)
+{
+    QProcess tool;
+    tool.setWorkingDirectory(workDir);
+    tool.start(program, arguments);
+    if (!tool.waitForFinished(60000) || tool.exitCode() != 0)
+        qFatal("%s failed: %s", qPrintable(program), tool.readAllStandardError().constData());
+}
+
+void TestEnv::zipFolder(const QString &folder, const QString &zip)
+{
+    QDir().mkpath(QFileInfo(zip).path());
+    QFile::remove(zip);
+    runTool(u"/usr/bin/bsdtar"_s, {u"-c"_s, u"--format"_s, u"zip"_s, u"-f"_s, zip, u"."_s}, folder);
+}
+
+void TestEnv::zipMtree(const QString &mtree, const QString &workDir, const QString &zip)
+{
+    writeFile(workDir + u"/entries.mtree"_s, mtree.toUtf8());
+    QFile::remove(zip);
+    runTool(u"/usr/bin/bsdtar"_s,
+            {u"-c"_s, u"--format"_s, u"zip"_s, u"-P"_s, u"-f"_s, zip, u"@entries.mtree"_s},
+            workDir);
+}
+
+QString TestEnv::toolOutput(const QString &program, const QStringList &arguments)
+{
+    QProcess tool;
+    tool.start(program, arguments);
+    tool.waitForFinished(120000);
+    return QString::fromUtf8(tool.readAllStandardOutput());
+}
+
+QString fakeEngine(const QString &name)
+{
+    return QStringLiteral(VANTRO_TEST_SUPPORT_DIR "/fake-engines/") + name;
+}
