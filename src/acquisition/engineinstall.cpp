@@ -36,7 +36,9 @@ QCoro::Task<QString> expectedChecksum(EngineSpec spec, QString endpoint)
     const QUrl url = checksumListUrl(spec, endpoint);
     if (!url.isValid() || url.scheme().isEmpty())
         throw ProcessFailure(u"Bad checksum address."_s);
-    std::unique_ptr<QNetworkReply> reply(sharedNetwork()->get(QNetworkRequest(url)));
+    QNetworkRequest request(url);
+    request.setTransferTimeout(60000);
+    std::unique_ptr<QNetworkReply> reply(sharedNetwork()->get(request));
     co_await qCoro(reply.get()).waitForFinished(std::chrono::milliseconds(-1));
     const QVariant status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute);
     if (status.isValid() && (status.toInt() < 200 || status.toInt() > 299))

@@ -115,9 +115,10 @@ QCoro::Task<QString> FileDownloader::download(QUrl url, Progress onProgress)
     }
     const QVariant announced = reply->header(QNetworkRequest::ContentLengthHeader);
     if (announced.isValid() && announced.toLongLong() != m_part->size())
-        fail(PlatformError(PlatformError::Kind::Network,
-                           u"The connection closed before the whole file arrived."_s,
-                           QNetworkReply::RemoteHostClosedError));
+        fail(PlatformError(
+            PlatformError::Kind::Network,
+            u"The download failed: the connection closed before the whole file arrived."_s,
+            QNetworkReply::RemoteHostClosedError));
 
     QFile::remove(target);
     if (!m_part->rename(target))

@@ -172,10 +172,12 @@ void TestProcess::stopEndsWithStatusAndMarksTheBox()
                                     u"while :; do sleep 0.05; done"_s};
     bool done = false;
     std::optional<int> status;
-    auto task = [&]() -> QCoro::Task<void> {
+    // A named closure: the coroutine reads its captures after this statement.
+    auto body = [&]() -> QCoro::Task<void> {
         status = co_await runProcess(sh, args, box, collector.sink());
         done = true;
-    }();
+    };
+    auto task = body();
     QTRY_VERIFY_WITH_TIMEOUT(
         [&] {
             QMutexLocker locker(&collector.mutex);
@@ -193,10 +195,11 @@ void TestProcess::stopEndsWithStatusAndMarksTheBox()
     done = false;
     const QString sleep = u"/bin/sleep"_s;
     const QStringList thirty{u"30"_s};
-    auto sleeper = [&]() -> QCoro::Task<void> {
+    auto sleeperBody = [&]() -> QCoro::Task<void> {
         status = co_await runProcess(sleep, thirty, sleepBox, collector.sink());
         done = true;
-    }();
+    };
+    auto sleeper = sleeperBody();
     QTest::qWait(100);
     sleepBox->stop();
     QTRY_VERIFY_WITH_TIMEOUT(done, 5000);
