@@ -265,7 +265,7 @@ int TestHttpServer::openConnections() const
                              [](const auto &connection) { return !connection->done; }));
 }
 
-// Counts the request and finds its answer: a route, else a file under the root.
+// Finds the answer to a path: its route, else a file under the root.
 bool TestHttpServer::lookUp(const QString &path, Route *route) const
 {
     std::lock_guard locker(m_mutex);
@@ -438,8 +438,10 @@ void TestHttpServer::serve(Connection *connection)
         }
 
         const bool head = request.method == "HEAD";
-        const bool closes = !request.keepAlive || !route.sendLength || route.stall ||
-                            (route.resetAfterBytes >= 0 && !head);
+        // A reset or a stall is not announced: a server that fails mid-answer
+        // would not have known it beforehand.
+        const bool announcesClose = !request.keepAlive || !route.sendLength;
+        const bool closes = announcesClose || route.stall || (route.resetAfterBytes >= 0 && !head);
         QByteArray response = "HTTP/1.1 " + QByteArray::number(route.status) + ' ' +
                               reasonPhrase(route.status) + "\r\nServer: vantro-testserver\r\n";
         if (route.sendLength)
@@ -453,10 +455,10 @@ void TestHttpServer::serve(Connection *connection)
         }
         if (!hasType)
             response += "Content-Type: application/octet-stream\r\n";
-        if (closes)
+        if (announcesClose)
             response += "Connection: close\r\n";
         response += "\r\n";
-        // Small bodies go out with the headers in one write.
+        // In-memory bodies go out with the headers in one write.
         const bool together = !head && file < 0 && route.dripBytesPerChunk <= 0 &&
                               route.resetAfterBytes < 0 && !route.stall;
         if (together)

@@ -47,6 +47,10 @@ public:
         int dripDelayMs = 0;
         // After this many body bytes the connection is reset (RST, not a clean
         // close). The bytes sent before get about 100 ms to reach the client.
+        // Beware: Qt 6.4's QNetworkAccessManager then sometimes sends the GET
+        // again, and sometimes reports the short body as a success; it also
+        // sometimes repeats a GET whose body the connection's close ended. Count
+        // on hits() >= 1 there, and compare the bytes with Content-Length.
         qint64 resetAfterBytes = -1;
         // Send the headers, then nothing, with the connection kept open until the
         // client gives up or the server is destroyed.
