@@ -315,10 +315,11 @@ QCoro::Task<void> AppModel::importProject(QString exe, EngineSpec spec, QString 
     setState(AppState::settingUp(u"First-time setup, this can take a minute or more"_s));
     setProgress(std::nullopt);
     setProgressText(u"Godot is preparing the game's files\u2026"_s);
+    // A cancel that came before the engine started must not start it at all.
+    if (m_cancelRequested)
+        throw ProcessFailure(u"Setup was cancelled."_s);
     auto box = std::make_shared<ProcessBox>();
     m_setupBox = box;
-    if (m_cancelRequested)
-        box->stop();
 
     std::unique_ptr<ImportWatcher> watcher;
     if (spec.major < 4) {
