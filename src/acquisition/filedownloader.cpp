@@ -19,6 +19,10 @@ namespace {
 // Qt's own buffer between its network thread and us; bounded so that a slow disk
 // holds the transfer back instead of growing the launcher's memory.
 constexpr qint64 readBufferBytes = 4 * 1024 * 1024;
+// The body moves from Qt's buffer to the file through one reused piece of memory this
+// size: small enough to stay in the CPU cache between the two copies. Handing each
+// readAll() of up to 4 MiB to the file instead halves the download rate.
+constexpr qsizetype chunkBytes = 256 * 1024;
 
 [[noreturn]] void throwFileError(const QString &what, const QString &path, const QString &why)
 {
@@ -138,17 +142,24 @@ void FileDownloader::onReadyRead()
     }
     if (!reply || !reply->isOpen())
         return;
-    const QByteArray chunk = reply->readAll();
     const int status = httpStatus(reply);
     // An error page is not the file: it is read and dropped.
-    if (chunk.isEmpty() || (status != 0 && (status < 200 || status > 299)) ||
-        !m_writeError.isEmpty())
-        return;
-    if (m_part->write(chunk) != chunk.size()) {
-        m_writeError = u"Could not write the download to \u201c"_s + m_part->fileName() +
-                       u"\u201d: "_s + m_part->errorString();
-        qCWarning(lcDownload) << m_writeError;
-        reply->abort();
+    const bool keep = (status == 0 || (status >= 200 && status <= 299)) && m_writeError.isEmpty();
+    if (m_chunk.isEmpty())
+        m_chunk.resize(chunkBytes);
+    // Everything buffered is read now: readyRead only comes again when more arrives,
+    // and with the read buffer full nothing more would.
+    qint64 got;
+    while ((got = reply->read(m_chunk.data(), m_chunk.size())) > 0) {
+        if (!keep)
+            continue;
+        if (m_part->write(m_chunk.constData(), got) != got) {
+            m_writeError = u"Could not write the download to \u201c"_s + m_part->fileName() +
+                           u"\u201d: "_s + m_part->errorString();
+            qCWarning(lcDownload) << m_writeError;
+            reply->abort();
+            return;
+        }
     }
 }
 

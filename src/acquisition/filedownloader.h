@@ -54,5 +54,6 @@ private:
 
     std::unique_ptr<QNetworkAccessManager> m_manager;
     std::unique_ptr<QFile> m_part;
+    QByteArray m_chunk; // reused for every read, see onReadyRead
     QString m_writeError;
 };

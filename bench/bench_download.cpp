@@ -1,0 +1,264 @@
+// Downloads a 1 GB file from the loopback server through FileDownloader and, in the
+// same run, with curl: the launcher's rate against curl's, and how much the
+// launcher's memory grows while the body streams to disk.
+#include "acquisition/filedownloader.h"
+#include "coro.h"
+#include "testhttpserver.h"
+
+#include <QCoreApplication>
+#include <QElapsedTimer>
+#include <QEventLoop>
+#include <QFile>
+#include <QFileInfo>
+#include <QProcess>
+#include <QRandomGenerator>
+#include <QTemporaryDir>
+#include <QTimer>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <limits>
+#include <thread>
+#include <unistd.h>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+constexpr qint64 fileBytes = 1000000000;
+constexpr qint64 blockBytes = 1024 * 1024;
+constexpr int rounds = 2;
+constexpr int timeoutMs = 10 * 60 * 1000;
+
+struct Failure
+{
+    QString what;
+};
+
+// One random block repeated: nothing on the way can squeeze the body, and making the
+// file costs no more than writing it.
+void makeSource(const QString &path)
+{
+    QByteArray block(blockBytes, Qt::Uninitialized);
+    QRandomGenerator::global()->fillRange(reinterpret_cast<quint32 *>(block.data()),
+                                          block.size() / qsizetype(sizeof(quint32)));
+    QFile file(path);
+    if (!file.open(QIODevice::WriteOnly))
+        throw Failure{u"cannot create "_s + path + u": "_s + file.errorString()};
+    for (qint64 left = fileBytes; left > 0; left -= blockBytes) {
+        const qint64 piece = std::min(left, blockBytes);
+        if (file.write(block.constData(), piece) != piece)
+            throw Failure{u"cannot write "_s + path + u": "_s + file.errorString()};
+    }
+}
+
+QByteArray readRange(const QString &path, qint64 offset, qint64 size)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly) || !file.seek(offset))
+        return {};
+    return file.read(size);
+}
+
+// A download is right when it has the size and the same first and last block as the
+// source; a whole comparison would double the disk traffic of the run.
+void verify(const QString &source, const QString &copy, const char *who)
+{
+    const qint64 size = QFileInfo(copy).size();
+    if (size != fileBytes)
+        throw Failure{QString::fromLatin1(who) +
+                      u" wrote %1 bytes, not %2"_s.arg(size).arg(fileBytes)};
+    const qint64 tail = fileBytes - blockBytes;
+    if (readRange(source, 0, blockBytes) != readRange(copy, 0, blockBytes) ||
+        readRange(source, tail, blockBytes) != readRange(copy, tail, blockBytes))
+        throw Failure{QString::fromLatin1(who) + u" wrote other bytes than the server sent"_s};
+    QFile::remove(copy);
+}
+
+// A field of /proc/self/status in kB, read without allocating: the sampler below runs
+// it on a thread of its own while the download allocates.
+qint64 statusKb(const char *field)
+{
+    const int fd = ::open("/proc/self/status", O_RDONLY | O_CLOEXEC);
+    if (fd < 0)
+        return -1;
+    char text[8192];
+    const ssize_t n = ::read(fd, text, sizeof text - 1);
+    ::close(fd);
+    if (n <= 0)
+        return -1;
+    text[n] = '\0';
+    const char *line = std::strstr(text, field);
+    return line ? std::strtoll(line + std::strlen(field), nullptr, 10) : -1;
+}
+
+// The growth of the resident set over a stretch of the run. Where the kernel allows
+// it, VmHWM is reset to the current size first, so the peak is exact and nothing
+// competes with the download for the CPU; elsewhere VmRSS is sampled every
+// millisecond. The in-process server adds next to nothing: it
+// streams with sendfile() from a few kB of stack per connection.
+class RssGrowth
+{
+public:
+    RssGrowth()
+    {
+        m_baseKb = statusKb("VmRSS:");
+        QFile clear(u"/proc/self/clear_refs"_s);
+        m_exact = clear.open(QIODevice::WriteOnly) && clear.write("5") == 1;
+        m_peakKb = m_baseKb;
+        if (m_exact)
+            return;
+        m_sampler = std::thread([this] {
+            while (!m_stop.load(std::memory_order_relaxed)) {
+                m_peakKb = std::max(m_peakKb.load(), statusKb("VmRSS:"));
+                std::this_thread::sleep_for(std::chrono::milliseconds(1));
+            }
+        });
+    }
+    ~RssGrowth() { stop(); }
+
+    double stopMb()
+    {
+        stop();
+        const qint64 peak = std::max(m_peakKb.load(), m_exact ? statusKb("VmHWM:") : 0);
+        return double(peak - m_baseKb) / 1024.0;
+    }
+
+private:
+    void stop()
+    {
+        m_stop = true;
+        if (m_sampler.joinable())
+            m_sampler.join();
+    }
+
+    qint64 m_baseKb = 0;
+    bool m_exact = false;
+    std::atomic<qint64> m_peakKb{0};
+    std::atomic<bool> m_stop{false};
+    std::thread m_sampler;
+};
+
+struct Run
+{
+    qint64 ns = 0;
+    double rssGrowthMb = 0;
+};
+
+// Drives the download from a plain event loop, as the launcher's window does. The
+// tests' runTask naps 10 ms between passes of the loop, which would cap the very
+// rate measured here.
+Run launcherDownload(const QUrl &url, const QString &folder)
+{
+    FileDownloader downloader(folder, u"zorbit.bin"_s);
+    qint64 reported = 0;
+    auto progress = [&reported](qint64 written, qint64) { reported = written; };
+
+    Outcome<QString> outcome;
+    bool done = false;
+    QEventLoop loop;
+    QTimer::singleShot(timeoutMs, &loop, &QEventLoop::quit);
+    RssGrowth rss;
+    QElapsedTimer clock;
+    clock.start();
+    auto wrapper = [&]() -> QCoro::Task<void> {
+        try {
+            auto download = downloader.download(url, progress);
+            outcome.value = co_await download;
+        } catch (...) {
+            outcome.error = std::current_exception();
+        }
+        done = true;
+        loop.quit();
+    };
+    auto running = wrapper();
+    if (!done)
+        loop.exec();
+    Run run{clock.nsecsElapsed(), rss.stopMb()};
+
+    if (!done) {
+        // The coroutine must end before the downloader it runs in goes away.
+        downloader.cancel();
+        while (!done)
+            QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
+        throw Failure{u"the launcher's download did not finish in time"_s};
+    }
+    if (!outcome.ok())
+        throw Failure{u"the launcher's download failed: "_s + outcome.errorText()};
+    if (reported != fileBytes)
+        throw Failure{u"the last progress report said %1 bytes"_s.arg(reported)};
+    return run;
+}
+
+qint64 curlDownload(const QUrl &url, const QString &target)
+{
+    QProcess curl;
+    QElapsedTimer clock;
+    clock.start();
+    curl.start(u"curl"_s, {u"-s"_s, u"-o"_s, target, url.toString()});
+    if (!curl.waitForFinished(timeoutMs) || curl.exitStatus() != QProcess::NormalExit ||
+        curl.exitCode() != 0)
+        throw Failure{u"curl failed: "_s + curl.errorString() +
+                      u" (exit code %1)"_s.arg(curl.exitCode())};
+    return clock.nsecsElapsed();
+}
+
+double mbPerSecond(qint64 ns)
+{
+    return double(fileBytes) / 1e6 / (double(ns) / 1e9);
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    QCoreApplication app(argc, argv);
+    try {
+        QTemporaryDir served;
+        QTemporaryDir received;
+        if (!served.isValid() || !received.isValid())
+            throw Failure{u"no temporary folder"_s};
+        const QString source = served.filePath(u"zorbit.bin"_s);
+        makeSource(source);
+
+        TestHttpServer server;
+        server.setRoute(u"/zorbit.bin"_s, TestHttpServer::file(source));
+        const QUrl url = server.url(u"/zorbit.bin"_s);
+
+        // Launcher first in the first round, while its heap is fresh: that round shows
+        // the memory a download really takes. The second round swaps the order.
+        qint64 launcherNs = std::numeric_limits<qint64>::max();
+        qint64 curlNs = std::numeric_limits<qint64>::max();
+        double rssGrowthMb = 0;
+        for (int round = 0; round < rounds; ++round) {
+            for (int turn = 0; turn < 2; ++turn) {
+                if ((turn == 0) == (round % 2 == 0)) {
+                    const Run run = launcherDownload(url, received.path());
+                    verify(source, received.filePath(u"zorbit.bin"_s), "the launcher");
+                    launcherNs = std::min(launcherNs, run.ns);
+                    rssGrowthMb = std::max(rssGrowthMb, run.rssGrowthMb);
+                } else {
+                    const QString target = received.filePath(u"curl.bin"_s);
+                    curlNs = std::min(curlNs, curlDownload(url, target));
+                    verify(source, target, "curl");
+                }
+            }
+        }
+
+        const double launcher = mbPerSecond(launcherNs);
+        const double curl = mbPerSecond(curlNs);
+        std::printf("download_launcher_mb_s: %.0f\n", launcher);
+        std::printf("download_curl_mb_s: %.0f\n", curl);
+        std::printf("download_vs_curl: %.2f (goal ≥ 0.9)\n", launcher / curl);
+        std::printf("download_rss_growth_mb: %.1f (goal < 50)\n", rssGrowthMb);
+        std::fflush(stdout);
+    } catch (const Failure &failure) {
+        std::fprintf(stderr, "bench_download: %s\n", qPrintable(failure.what));
+        return 1;
+    }
+    return 0;
+}
