@@ -26,6 +26,8 @@
 #include <thread>
 #include <unistd.h>
 
+#include "benchfile.h"
+
 using namespace Qt::StringLiterals;
 
 namespace {
@@ -33,28 +35,6 @@ constexpr qint64 fileBytes = 1000000000;
 constexpr qint64 blockBytes = 1024 * 1024;
 constexpr int rounds = 2;
 constexpr int timeoutMs = 10 * 60 * 1000;
-
-struct Failure
-{
-    QString what;
-};
-
-// One random block repeated: nothing on the way can squeeze the body, and making the
-// file costs no more than writing it.
-void makeSource(const QString &path)
-{
-    QByteArray block(blockBytes, Qt::Uninitialized);
-    QRandomGenerator::global()->fillRange(reinterpret_cast<quint32 *>(block.data()),
-                                          block.size() / qsizetype(sizeof(quint32)));
-    QFile file(path);
-    if (!file.open(QIODevice::WriteOnly))
-        throw Failure{u"cannot create "_s + path + u": "_s + file.errorString()};
-    for (qint64 left = fileBytes; left > 0; left -= blockBytes) {
-        const qint64 piece = std::min(left, blockBytes);
-        if (file.write(block.constData(), piece) != piece)
-            throw Failure{u"cannot write "_s + path + u": "_s + file.errorString()};
-    }
-}
 
 QByteArray readRange(const QString &path, qint64 offset, qint64 size)
 {
@@ -223,7 +203,7 @@ int main(int argc, char **argv)
         if (!served.isValid() || !received.isValid())
             throw Failure{u"no temporary folder"_s};
         const QString source = served.filePath(u"zorbit.bin"_s);
-        makeSource(source);
+        makeRandomFile(source, fileBytes);
 
         TestHttpServer server;
         server.setRoute(u"/zorbit.bin"_s, TestHttpServer::file(source));

@@ -16,33 +16,14 @@
 #include <iterator>
 #include <limits>
 
+#include "benchfile.h"
+
 using namespace Qt::StringLiterals;
 
 namespace {
 constexpr qint64 fileBytes = qint64(1) << 30;
 constexpr qint64 blockBytes = 1024 * 1024;
 constexpr int rounds = 3;
-
-struct Failure
-{
-    QString what;
-};
-
-// One random block repeated: hashing speed does not depend on the bytes, and the
-// file is made as fast as it is written.
-void makeSource(const QString &path)
-{
-    QByteArray block(blockBytes, Qt::Uninitialized);
-    QRandomGenerator::global()->fillRange(reinterpret_cast<quint32 *>(block.data()),
-                                          block.size() / qsizetype(sizeof(quint32)));
-    QFile file(path);
-    if (!file.open(QIODevice::WriteOnly))
-        throw Failure{u"cannot create "_s + path + u": "_s + file.errorString()};
-    for (qint64 written = 0; written < fileBytes; written += blockBytes) {
-        if (file.write(block) != blockBytes)
-            throw Failure{u"cannot write "_s + path + u": "_s + file.errorString()};
-    }
-}
 
 // Reads the whole file once, so that every contender finds it in the page cache.
 void warmUp(const QString &path)
@@ -95,7 +76,7 @@ int main(int argc, char **argv)
         if (!dir.isValid())
             throw Failure{u"no temporary folder"_s};
         const QString path = dir.filePath(u"engine.zip"_s);
-        makeSource(path);
+        makeRandomFile(path, fileBytes);
         warmUp(path);
 
         Contender contenders[] = {

@@ -11,6 +11,7 @@
 #include "project/projectinspector.h"
 #include "vantroconfig.h"
 
+#include <QCoreApplication>
 #include <QCoroFuture>
 #include <QDir>
 #include <QElapsedTimer>
@@ -58,7 +59,8 @@ AppModel::~AppModel() = default;
 
 AppModel *AppModel::shared()
 {
-    static AppModel *instance = new AppModel(Config{});
+    // Parented to the application, so it goes away with it at exit.
+    static AppModel *instance = new AppModel(Config{}, QCoreApplication::instance());
     return instance;
 }
 

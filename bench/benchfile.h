@@ -1,0 +1,33 @@
+#pragma once
+
+#include <QFile>
+#include <QRandomGenerator>
+#include <QString>
+
+#include <algorithm>
+
+/** A benchmark's own failure (not a missed goal): the run stops with this text. */
+struct Failure
+{
+    QString what;
+};
+
+// One random block repeated: nothing on the way can squeeze the bytes, and making
+// the file costs no more than writing it.
+inline void makeRandomFile(const QString &path, qint64 bytes)
+{
+    constexpr qint64 blockBytes = 1024 * 1024;
+    QByteArray block(blockBytes, Qt::Uninitialized);
+    QRandomGenerator::global()->fillRange(reinterpret_cast<quint32 *>(block.data()),
+                                          block.size() / qsizetype(sizeof(quint32)));
+    QFile file(path);
+    if (!file.open(QIODevice::WriteOnly))
+        throw Failure{QStringLiteral("cannot create ") + path + QStringLiteral(": ") +
+                      file.errorString()};
+    for (qint64 left = bytes; left > 0; left -= blockBytes) {
+        const qint64 piece = std::min(left, blockBytes);
+        if (file.write(block.constData(), piece) != piece)
+            throw Failure{QStringLiteral("cannot write ") + path + QStringLiteral(": ") +
+                          file.errorString()};
+    }
+}
