@@ -187,11 +187,6 @@ qint64 curlDownload(const QUrl &url, const QString &target)
     return clock.nsecsElapsed();
 }
 
-double mbPerSecond(qint64 ns)
-{
-    return double(fileBytes) / 1e6 / (double(ns) / 1e9);
-}
-
 } // namespace
 
 int main(int argc, char **argv)
@@ -229,8 +224,8 @@ int main(int argc, char **argv)
             }
         }
 
-        const double launcher = mbPerSecond(launcherNs);
-        const double curl = mbPerSecond(curlNs);
+        const double launcher = mbPerSecond(fileBytes, launcherNs);
+        const double curl = mbPerSecond(fileBytes, curlNs);
         std::printf("download_launcher_mb_s: %.0f\n", launcher);
         std::printf("download_curl_mb_s: %.0f\n", curl);
         std::printf("download_vs_curl: %.2f (goal ≥ 0.9)\n", launcher / curl);

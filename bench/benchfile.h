@@ -31,3 +31,9 @@ inline void makeRandomFile(const QString &path, qint64 bytes)
                           file.errorString()};
     }
 }
+
+/** Throughput in MB/s (decimal) of `bytes` moved in `ns` nanoseconds. */
+inline double mbPerSecond(qint64 bytes, qint64 ns)
+{
+    return double(bytes) / 1e6 / (double(ns) / 1e9);
+}

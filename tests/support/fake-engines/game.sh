@@ -4,6 +4,8 @@
 # (default 0) and exits with FAKE_EXIT (default 0). SIGTERM kills it by the
 # signal (status 15).
 
+. "$(dirname "$0")/common.sh"
+
 echo "Godot Engine v4.3.stable.fake - https://godotengine.org"
 echo "Arguments: $*"
 for argument in "$@"; do
@@ -14,12 +16,4 @@ while [ "$i" -lt "${FAKE_LINES:-0}" ]; do
     i=$((i + 1))
     echo "game line $i"
 done
-
-sleeper=
-trap '[ -n "$sleeper" ] && kill "$sleeper" 2>/dev/null; trap - TERM; kill -TERM $$' TERM
-if [ "${FAKE_RUN_SECONDS:-0}" != 0 ]; then
-    sleep "$FAKE_RUN_SECONDS" &
-    sleeper=$!
-    wait "$sleeper"
-fi
-exit "${FAKE_EXIT:-0}"
+run_as_game "${FAKE_EXIT:-0}"

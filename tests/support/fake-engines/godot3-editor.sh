@@ -28,22 +28,7 @@ while [ $# -gt 0 ]; do
     shift
 done
 
-sleeper=
-list=
-# A sleep in the background and `wait` let the TERM trap run at once.
-pause() {
-    sleep "$1" &
-    sleeper=$!
-    wait "$sleeper"
-    sleeper=
-}
-die_by_term() {
-    [ -n "$sleeper" ] && kill "$sleeper" 2>/dev/null
-    [ -n "$list" ] && rm -f "$list"
-    [ -n "$1" ] && echo "$1"
-    trap - TERM
-    kill -TERM $$
-}
+. "$(dirname "$0")/common.sh"
 
 echo "Godot Engine v3.5.3.stable.fake - https://godotengine.org"
 if [ -z "$project" ] || [ ! -f "$project/project.godot" ]; then
@@ -53,19 +38,11 @@ fi
 
 if [ "$editing" = false ]; then
     echo "Running project: $arguments"
-    trap 'die_by_term ""' TERM
-    [ "${FAKE_RUN_SECONDS:-0}" != 0 ] && pause "$FAKE_RUN_SECONDS"
-    exit "${FAKE_GAME_EXIT:-0}"
+    run_as_game "${FAKE_GAME_EXIT:-0}"
 fi
 
 trap 'die_by_term "Editor closed."' TERM
-list=$(mktemp) || exit 1
-find "$project" -mindepth 1 -name '.*' -prune -o -type f \( \
-    -iname '*.png' -o -iname '*.jpg' -o -iname '*.jpeg' -o -iname '*.svg' -o \
-    -iname '*.webp' -o -iname '*.tga' -o -iname '*.bmp' -o -iname '*.hdr' -o \
-    -iname '*.exr' -o -iname '*.mp3' -o -iname '*.ogg' -o -iname '*.wav' -o \
-    -iname '*.obj' -o -iname '*.glb' -o -iname '*.gltf' -o -iname '*.dae' -o \
-    -iname '*.fbx' -o -iname '*.ttf' -o -iname '*.otf' \) -print | LC_ALL=C sort > "$list"
+list_assets "$project"
 total=$(wc -l < "$list" | tr -d ' ')
 
 mkdir -p "$project/.import" || exit 1

@@ -4,6 +4,8 @@
 # P/.import/ every FAKE_STEP_SECONDS (default 1) until terminated (then it dies
 # by the signal, status 15). Called as "--editor --path P".
 
+. "$(dirname "$0")/common.sh"
+
 project=
 while [ $# -gt 0 ]; do
     if [ "$1" = --path ] && [ $# -ge 2 ]; then
@@ -13,29 +15,23 @@ while [ $# -gt 0 ]; do
     shift
 done
 
-sleeper=
-trap '[ -n "$sleeper" ] && kill "$sleeper" 2>/dev/null; echo "Editor closed."; trap - TERM; kill -TERM $$' TERM
-
+trap 'die_by_term "Editor closed."' TERM
 echo "Godot Engine v3.5.3.stable.fake - https://godotengine.org"
 if [ -z "$project" ] || [ ! -d "$project" ]; then
     echo "ERROR: no project at \"$project\"" >&2
     exit 1
 fi
 mkdir -p "$project/.import" || exit 1
-find "$project" -mindepth 1 -name '.*' -prune -o -type f \( \
-    -iname '*.png' -o -iname '*.jpg' -o -iname '*.jpeg' -o -iname '*.svg' -o \
-    -iname '*.webp' -o -iname '*.tga' -o -iname '*.bmp' -o -iname '*.hdr' -o \
-    -iname '*.exr' -o -iname '*.mp3' -o -iname '*.ogg' -o -iname '*.wav' -o \
-    -iname '*.obj' -o -iname '*.glb' -o -iname '*.gltf' -o -iname '*.dae' -o \
-    -iname '*.fbx' -o -iname '*.ttf' -o -iname '*.otf' \) \
-    -exec sh -c 'for f; do echo "[remap]" > "$f.import"; done' sh {} +
+list_assets "$project"
+while IFS= read -r file; do
+    echo "[remap]" > "$file.import"
+done < "$list"
+rm -f "$list"
+list=
 n=0
 while :; do
     n=$((n + 1))
     : > "$project/.import/entry-$n.stex"
     echo "Still importing ($n)"
-    sleep "${FAKE_STEP_SECONDS:-1}" &
-    sleeper=$!
-    wait "$sleeper"
-    sleeper=
+    pause "${FAKE_STEP_SECONDS:-1}"
 done

@@ -13,6 +13,8 @@
 #
 # Like the real engine, it fails when P holds no project.godot.
 
+. "$(dirname "$0")/common.sh"
+
 project=
 importing=false
 arguments="$*"
@@ -37,24 +39,11 @@ fi
 
 if [ "$importing" = false ]; then
     echo "Running project: $arguments"
-    sleeper=
-    trap '[ -n "$sleeper" ] && kill "$sleeper" 2>/dev/null; trap - TERM; kill -TERM $$' TERM
-    if [ "${FAKE_RUN_SECONDS:-0}" != 0 ]; then
-        sleep "$FAKE_RUN_SECONDS" &
-        sleeper=$!
-        wait "$sleeper"
-    fi
-    exit "${FAKE_GAME_EXIT:-0}"
+    run_as_game "${FAKE_GAME_EXIT:-0}"
 fi
 
-list=$(mktemp) || exit 1
+list_assets "$project"
 trap 'rm -f "$list"' EXIT
-find "$project" -mindepth 1 -name '.*' -prune -o -type f \( \
-    -iname '*.png' -o -iname '*.jpg' -o -iname '*.jpeg' -o -iname '*.svg' -o \
-    -iname '*.webp' -o -iname '*.tga' -o -iname '*.bmp' -o -iname '*.hdr' -o \
-    -iname '*.exr' -o -iname '*.mp3' -o -iname '*.ogg' -o -iname '*.wav' -o \
-    -iname '*.obj' -o -iname '*.glb' -o -iname '*.gltf' -o -iname '*.dae' -o \
-    -iname '*.fbx' -o -iname '*.ttf' -o -iname '*.otf' \) -print | LC_ALL=C sort > "$list"
 total=$(wc -l < "$list" | tr -d ' ')
 
 mkdir -p "$project/.godot/imported" || exit 1
