@@ -1,7 +1,15 @@
 #pragma once
 
-#include <QDir>
 #include <QString>
+
+/**
+ * @brief Removes `path` and everything below it, whatever the names' encoding, without
+ * following symbolic links. A plain file or a link at `path` is removed as well.
+ *
+ * Does nothing for an empty or relative path, so a path that was never set cannot
+ * take the current folder with it. True when nothing is left at `path`.
+ */
+bool removeTree(const QString &path);
 
 /** @brief Removes a folder and its content on every way out of a scope; errors ignored. */
 struct FolderGuard
@@ -10,5 +18,5 @@ struct FolderGuard
     QString path;
     FolderGuard(const FolderGuard &) = delete;
     FolderGuard &operator=(const FolderGuard &) = delete;
-    ~FolderGuard() { QDir(path).removeRecursively(); }
+    ~FolderGuard() { removeTree(path); }
 };

@@ -43,6 +43,7 @@ class AppModel : public QObject
     Q_PROPERTY(LogStore *log READ log CONSTANT)
     Q_PROPERTY(bool isGameRunning READ isGameRunning NOTIFY stateChanged)
     Q_PROPERTY(bool canCancel READ canCancel NOTIFY stateChanged)
+    Q_PROPERTY(bool busy READ isBusy NOTIFY stateChanged)
 
 public:
     /** What tests and packagers may change: where things come from, and delays. */
@@ -53,6 +54,14 @@ public:
         std::chrono::milliseconds downloadIdleTimeout{60000};
         std::chrono::milliseconds importPollInterval{2000};
         std::chrono::milliseconds importDeadline{1200 * 1000};
+        // How long a game must run before it counts as playing, and before an
+        // ending counts as normal.
+        std::chrono::milliseconds promotionDelay{10000};
+        // The pause after a game ended before its log is read for the report, so
+        // that its last lines have reached the log.
+        std::chrono::milliseconds settleDelay{300};
+        // How long a child asked to terminate gets before it is killed.
+        std::chrono::milliseconds stopGrace{3000};
 
         static QString defaultGameArchiveUrl();
     };
@@ -83,13 +92,43 @@ public:
     static QStringList resolutionChoices();
     bool isGameRunning() const;
     bool canCancel() const;
+    bool isBusy() const { return m_state.isBusy(); }
+    /** True while the pipeline task runs. */
+    bool isWorking() const { return m_working; }
 
     /** Godot's own save folder for the project; the launcher only reads it. */
     QString savesURL() const;
     /** Re-reads the disk: the project, whether it is ready to play, the save folder. */
     Q_INVOKABLE void refreshFromDisk();
+    /** Starts the pipeline unless something is already under way. */
+    Q_INVOKABLE void play();
     /** Stops the download or the setup process in flight. */
     Q_INVOKABLE void cancel();
+    /** Stops the running game. */
+    Q_INVOKABLE void stopGame();
+
+    // Maintenance. The three deleting commands do nothing while busy.
+    Q_INVOKABLE void updateGame();
+    Q_INVOKABLE void reinstall();
+    Q_INVOKABLE void removeEverything();
+    Q_INVOKABLE void showSaves();
+    Q_INVOKABLE void revealInFinder();
+    /** Sets downloadSizeText from the servers' announced sizes, engine first. */
+    QCoro::Task<void> loadSizeEstimate();
+    /** The space the base folder takes on disk (allocated blocks), 0 when absent. */
+    QCoro::Task<qint64> installedSize();
+
+    /** The engine's arguments that start the game in `root`; fullscreen drops the
+     *  resolution. */
+    static QStringList launchArguments(const QString &root, bool fullscreen,
+                                       const QString &resolution);
+    enum class GameEnd { Stopped, Normal, Unexpected };
+    /** How a game run ended, from how long it ran and how. */
+    static GameEnd judgeGameEnd(double elapsedSeconds, int exitCode, bool stopped,
+                                double thresholdSeconds = 10.0);
+    /** The report of an unexpected ending: the run's length, its exit code and the
+     *  last 30 log lines. */
+    static QString failureReportText(double elapsedSeconds, int exitCode, const QStringList &log);
 
     // Pipeline steps. Each reports through state, progress and the log, and throws
     // ProcessFailure or PlatformError on failure.
@@ -104,6 +143,8 @@ public:
     void setState(const AppState &state);
     void setProgress(std::optional<double> progress);
     void setProgressText(const QString &text);
+    void setFailureReport(std::optional<QString> report);
+    void setDownloadSizeText(std::optional<QString> text);
 
 Q_SIGNALS:
     void stateChanged();
@@ -117,6 +158,11 @@ Q_SIGNALS:
     void resolutionChanged();
 
 private:
+    static QString markerPath();
+    QCoro::Task<void> work();
+    QCoro::Task<void> runPipeline();
+    QCoro::Task<void> launch(QString exe, QString root);
+
     QVariant progressValue() const;
     QVariant infoValue() const;
     QVariant downloadSizeTextValue() const;
@@ -140,4 +186,5 @@ private:
     QPointer<FileDownloader> m_downloader;
     std::shared_ptr<ProcessBox> m_setupBox;
     bool m_cancelRequested = false;
+    bool m_working = false; // the pipeline task is held
 };
