@@ -106,6 +106,9 @@ public:
     Q_INVOKABLE void cancel();
     /** Stops the running game. */
     Q_INVOKABLE void stopGame();
+    /** For quitting: cancels the setup in flight, stops the game and returns once the
+     *  pipeline has ended and cleaned up (within a few seconds at most). */
+    void shutDown();
 
     // Maintenance. The three deleting commands do nothing while busy.
     Q_INVOKABLE void updateGame();

@@ -7,6 +7,8 @@ void AppModel::play() {}
 
 void AppModel::stopGame() {}
 
+void AppModel::shutDown() {}
+
 QCoro::Task<void> AppModel::work()
 {
     co_return;
