@@ -36,15 +36,27 @@ AppModel::AppModel(Config config, QObject *parent)
     m_fullscreen = settings.value(fullscreenKey, false).toBool();
     const QString stored = settings.value(resolutionKey, defaultResolution).toString();
     m_resolution = resolutionChoices().contains(stored) ? stored : defaultResolution;
+    m_promotion.setSingleShot(true);
+    connect(&m_promotion, &QTimer::timeout, this, &AppModel::promote);
     refreshFromDisk();
 }
 
-AppModel::~AppModel() = default;
+AppModel::~AppModel()
+{
+    if (m_working)
+        shutDown();
+}
 
 AppModel *AppModel::shared()
 {
     // Parented to the application, so it goes away with it at exit.
-    static AppModel *instance = new AppModel(Config{}, QCoreApplication::instance());
+    static AppModel *instance = [] {
+        auto *model = new AppModel(Config{}, QCoreApplication::instance());
+        // Only the application's own model asks the servers; models that tests
+        // build stay off the network unless a test asks.
+        model->loadSizeEstimate();
+        return model;
+    }();
     return instance;
 }
 

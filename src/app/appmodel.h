@@ -10,6 +10,7 @@
 #include <QCoroTask>
 #include <QObject>
 #include <QPointer>
+#include <QTimer>
 #include <QUrl>
 #include <QVariant>
 #include <chrono>
@@ -161,7 +162,25 @@ Q_SIGNALS:
     void resolutionChanged();
 
 private:
+    // Held from the first Play until the model goes: one launcher per data folder.
+    class DataLock
+    {
+    public:
+        DataLock() = default;
+        DataLock(const DataLock &) = delete;
+        DataLock &operator=(const DataLock &) = delete;
+        ~DataLock();
+        bool acquire(const QString &path);
+
+    private:
+        int m_fd = -1;
+    };
+
     static QString markerPath();
+    static QString dataLockPath();
+    void cleanLeftovers();
+    bool maintenanceAllowed();
+    void promote();
     QCoro::Task<void> work();
     QCoro::Task<void> runPipeline();
     QCoro::Task<void> launch(QString exe, QString root);
@@ -190,4 +209,6 @@ private:
     std::shared_ptr<ProcessBox> m_setupBox;
     bool m_cancelRequested = false;
     bool m_working = false; // the pipeline task is held
+    QTimer m_promotion;     // starting -> playing once the game has run a while
+    DataLock m_dataLock;
 };

@@ -7,6 +7,7 @@
 #include "acquisition/folderguard.h"
 #include "acquisition/importwatcher.h"
 #include "acquisition/repodownloader.h"
+#include "acquisition/tempfolders.h"
 #include "app/bytecount.h"
 #include "process/processfailure.h"
 #include "process/runprocess.h"
@@ -45,6 +46,7 @@ QString AppModel::makeTempDir()
         throw PlatformError(PlatformError::Kind::FileSystem,
                             u"Could not create the temporary folder \u201c"_s + path +
                                 u"\u201d."_s);
+    holdTemporaryFolder(path);
     return path;
 }
 

@@ -36,3 +36,9 @@ void ProcessBox::setProcess(QProcess *process)
     QMutexLocker locker(&m_lock);
     m_process = process;
 }
+
+bool ProcessBox::isRunning() const
+{
+    QMutexLocker locker(&m_lock);
+    return m_process && m_process->state() == QProcess::Running;
+}

@@ -18,6 +18,8 @@ public:
     /** Asks the child to terminate without marking the run as stopped by the user. */
     void terminate();
     bool isStopped() const;
+    /** Whether the box holds a child that has started and not yet ended. */
+    bool isRunning() const;
     void setProcess(QProcess *process);
 
 private:
