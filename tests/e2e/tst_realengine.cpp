@@ -1,0 +1,84 @@
+// One Play from an empty disk with the real Godot 3 engine from Debian, served as
+// the official build: checksum, unpack, the editor's import closed by the watcher,
+// the game in a window, stopped by the player.
+#include "app/appmodel.h"
+#include "testenv.h"
+#include "testhttpserver.h"
+#include "xvfb.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <QStandardPaths>
+#include <QTest>
+
+using namespace Qt::StringLiterals;
+
+class TestRealEngine : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void playsWithTheRealEngine();
+};
+
+void TestRealEngine::playsWithTheRealEngine()
+{
+    const QString godot = QStandardPaths::findExecutable(u"godot3"_s);
+    if (godot.isEmpty())
+        QSKIP("needs the godot3 package");
+    Xvfb display;
+    if (!display.running())
+        QSKIP("needs Xvfb");
+
+    TestEnv env;
+    TestHttpServer server;
+    const QString release = env.root() + u"/release"_s;
+    QDir().mkpath(release);
+    QFile::copy(QFileInfo(godot).canonicalFilePath(), release + u"/Godot_v3.5.3-stable_x11.64"_s);
+    const QString zip = env.root() + u"/Godot_v3.5.3-stable_x11.64.zip"_s;
+    TestEnv::zipFolder(release, zip);
+    const QString digest = TestEnv::toolOutput(u"sha512sum"_s, {zip}).section(u' ', 0, 0);
+    server.setRoute(u"/releases/3.5.3-stable/Godot_v3.5.3-stable_x11.64.zip"_s,
+                    TestHttpServer::file(zip));
+    TestHttpServer::Route sums;
+    sums.body = (digest + u"  Godot_v3.5.3-stable_x11.64.zip\n"_s).toUtf8();
+    server.setRoute(u"/releases/3.5.3-stable/SHA512-SUMS.txt"_s, sums);
+
+    const QString source = env.root() + u"/game-src/Zorbit-master"_s;
+    QDir().mkpath(source);
+    for (const QString &name :
+         QDir(QStringLiteral(VANTRO_TEST_DATA_DIR "/zorbit3d")).entryList(QDir::Files))
+        QFile::copy(QStringLiteral(VANTRO_TEST_DATA_DIR "/zorbit3d/") + name, source + u'/' + name);
+    TestEnv::zipFolder(env.root() + u"/game-src"_s, env.root() + u"/game.zip"_s);
+    server.setRoute(u"/master.zip"_s, TestHttpServer::file(env.root() + u"/game.zip"_s));
+
+    AppModel::Config config;
+    config.engineEndpoint = server.url(u"/releases/"_s).toString();
+    config.gameArchiveUrl = server.url(u"/master.zip"_s).toString();
+    config.promotionDelay = std::chrono::milliseconds(4000);
+    AppModel model(config);
+    QList<AppState> states;
+    connect(&model, &AppModel::stateChanged, this, [&] { states.append(model.state()); });
+    model.play();
+    QTRY_VERIFY_WITH_TIMEOUT(model.state() == AppState::playing() || !model.isWorking(), 240000);
+    const QString log = model.log()->lines().join(u'\n');
+    QVERIFY2(model.state() == AppState::playing(), qPrintable(log));
+    QVERIFY(log.contains(u"Checksum OK (SHA-512)."_s));
+    QVERIFY(log.contains(u"Import finished, closing the Godot editor."_s));
+    QVERIFY(model.log()->lines().contains(u"Starting: Godot_v3.5.3-stable_x11.64 --path "_s +
+                                          env.base() + u"/Game/Zorbit-master --windowed"_s));
+    QVERIFY(QFileInfo::exists(env.base() + u"/Game/Zorbit-master/checker.png.import"_s));
+    QVERIFY(QFileInfo::exists(env.base() + u"/imported.marker"_s));
+    QCOMPARE(model.info()->controls.value(0).inputs, u"Up arrow, W"_s);
+
+    model.stopGame();
+    QTRY_VERIFY_WITH_TIMEOUT(!model.isWorking(), 20000);
+    QCOMPARE(model.state(), AppState::ready());
+    QVERIFY(!model.failureReport());
+    QCOMPARE(states.mid(states.size() - 3),
+             (QList<AppState>{AppState::starting(), AppState::playing(), AppState::ready()}));
+    QVERIFY2(env.tmpEntries().filter(u"vantro-"_s).isEmpty(), qPrintable(env.tmpEntries().join(u' ')));
+}
+
+QTEST_GUILESS_MAIN(TestRealEngine)
+#include "tst_realengine.moc"
