@@ -1,0 +1,142 @@
+// A launcher killed at any moment of a first Play leaves a disk from which the next
+// start recovers by itself, and does not fetch again what was complete.
+#include "acquisition/enginemanager.h"
+#include "playworld.h"
+#include "project/projectinspector.h"
+#include "testenv.h"
+#include "testhttpserver.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <QProcess>
+#include <QTest>
+
+#include <csignal>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+const EngineSpec godot4{u"4.3-stable"_s, u"Godot_v4.3-stable_linux.x86_64.zip"_s, 4};
+
+// Runs the play host until `marker` appears in its output (empty: to its end),
+// then `delayMs` later kills it with SIGKILL. The lines it printed.
+QStringList runHost(const AppModel::Config &config, const QString &marker, int delayMs)
+{
+    QProcess host;
+    host.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    host.start(QStringLiteral(VANTRO_PLAYHOST), {config.engineEndpoint, config.gameArchiveUrl});
+    host.waitForStarted(10000);
+    QStringList lines;
+    while (host.state() == QProcess::Running || host.canReadLine()) {
+        if (!host.canReadLine() && !host.waitForReadyRead(60000))
+            break;
+        while (host.canReadLine()) {
+            lines.append(QString::fromUtf8(host.readLine()).chopped(1));
+            if (!marker.isEmpty() && lines.last().startsWith(marker)) {
+                QTest::qSleep(delayMs);
+                ::kill(pid_t(host.processId()), SIGKILL);
+                host.waitForFinished(10000);
+                return lines;
+            }
+        }
+    }
+    host.waitForFinished(10000);
+    return lines;
+}
+
+bool gameComplete(const QString &base, const QByteArray &project)
+{
+    const auto root = ProjectInspector::findProjectRoot(base + u"/Game"_s);
+    return root && TestEnv::readFile(*root + u"/project.godot"_s) == project &&
+           QFileInfo::exists(*root + u"/README.md"_s) && QFileInfo::exists(*root + u"/icon.png"_s);
+}
+} // namespace
+
+class TestKilled : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void recoversFromAKill_data();
+    void recoversFromAKill();
+};
+
+void TestKilled::recoversFromAKill_data()
+{
+    QTest::addColumn<QString>("marker");
+    QTest::addColumn<int>("delayMs");
+
+    QTest::newRow("game download") << u"state: Downloading: the game"_s << 150;
+    QTest::newRow("game unpack starts") << u"state: Setting up: unpacking the game"_s << 0;
+    QTest::newRow("game unpack") << u"state: Setting up: unpacking the game"_s << 40;
+    QTest::newRow("game in place") << u"log: Game unpacked."_s << 0;
+    QTest::newRow("checksum list") << u"state: Downloading: checksum for"_s << 0;
+    QTest::newRow("engine download") << u"state: Downloading: Godot 4.3-stable"_s << 200;
+    QTest::newRow("checksum") << u"state: Setting up: checking the engine download"_s << 5;
+    QTest::newRow("engine unpack starts") << u"state: Setting up: unpacking the engine"_s << 0;
+    QTest::newRow("engine unpack") << u"state: Setting up: unpacking the engine"_s << 60;
+    QTest::newRow("import") << u"state: Setting up: First-time setup"_s << 0;
+    QTest::newRow("import written") << u"log: Import done."_s << 0;
+    QTest::newRow("launch") << u"state: Starting the game"_s << 0;
+    QTest::newRow("playing") << u"state: Playing"_s << 0;
+}
+
+void TestKilled::recoversFromAKill()
+{
+    QFETCH(QString, marker);
+    QFETCH(int, delayMs);
+
+    TestEnv env;
+    TestHttpServer server;
+    PlayWorld world;
+    world.gamePadding = 3'000'000;
+    world.enginePadding = 30'000'000;
+    const AppModel::Config config = world.serve(server, env.root());
+    // Slow enough that a download is a moment worth interrupting.
+    for (const char *path : {PlayWorld::gamePath, PlayWorld::enginePath}) {
+        const QString route = QString::fromLatin1(path);
+        TestHttpServer::Route drip =
+            TestHttpServer::file(env.root() + (route.endsWith(u"master.zip"_s)
+                                                   ? u"/game.zip"_s
+                                                   : u"/Godot_v4.3-stable_linux.x86_64.zip"_s));
+        drip.dripBytesPerChunk = 256 * 1024;
+        drip.dripDelayMs = 10;
+        server.setRoute(route, drip);
+    }
+    qputenv("FAKE_RUN_SECONDS", "0.5");
+
+    const QStringList before = runHost(config, marker, delayMs);
+    QVERIFY2(before.last().startsWith(marker), qPrintable(before.join(u'\n')));
+
+    // What a killed run leaves: never a half-installed game or engine, never a
+    // marker for a game whose import it does not record.
+    const QString base = env.base();
+    const bool gameThere = QFileInfo::exists(base + u"/Game"_s);
+    const bool gameDone = gameComplete(base, world.project);
+    QCOMPARE(gameThere, gameDone);
+    const bool engineThere = QFileInfo::exists(EngineManager::engineFolder(godot4));
+    const bool engineDone = EngineManager::executable(godot4).has_value();
+    QCOMPARE(engineThere, engineDone);
+    if (QFileInfo::exists(base + u"/imported.marker"_s))
+        QVERIFY(gameDone && EngineManager::importIsComplete(base + u"/Game/Zorbit-master"_s));
+
+    const int gameFetches = server.hits(QString::fromLatin1(PlayWorld::gamePath));
+    const int engineFetches = server.hits(QString::fromLatin1(PlayWorld::enginePath));
+    const QStringList after = runHost(config, QString(), 0);
+    QCOMPARE(after.last(), u"done: Ready"_s);
+    if (gameDone)
+        QCOMPARE(server.hits(QString::fromLatin1(PlayWorld::gamePath)), gameFetches);
+    if (engineDone)
+        QCOMPARE(server.hits(QString::fromLatin1(PlayWorld::enginePath)), engineFetches);
+
+    // Nothing of the dead run is left behind.
+    QCOMPARE(QDir(base).entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden),
+             (QStringList{u"Engine"_s, u"Game"_s, u"imported.marker"_s}));
+    QCOMPARE(QDir(base + u"/Engine"_s).entryList(QDir::AllEntries | QDir::NoDotAndDotDot),
+             QStringList{u"4.3-stable"_s});
+    QVERIFY2(env.tmpEntries().isEmpty(), qPrintable(env.tmpEntries().join(u' ')));
+    qunsetenv("FAKE_RUN_SECONDS");
+}
+
+QTEST_GUILESS_MAIN(TestKilled)
+#include "tst_killed.moc"

@@ -1,0 +1,59 @@
+// vantro-playhost: the model without a window, for tests that kill a launcher in
+// the middle of a first Play.
+//
+//   vantro-playhost ENGINE_ENDPOINT GAME_ARCHIVE_URL
+//
+// Presses Play once and prints every state ("state: <title>") and log line
+// ("log: <line>") as it happens, then "done: <title>" when the pipeline has ended.
+#include "app/appmodel.h"
+
+#include <QCoreApplication>
+#include <QTimer>
+
+#include <cstdio>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+void say(const QString &line)
+{
+    std::fputs(qPrintable(line + u'\n'), stdout);
+    std::fflush(stdout);
+}
+} // namespace
+
+int main(int argc, char *argv[])
+{
+    QCoreApplication app(argc, argv);
+    QCoreApplication::setOrganizationName(u"Vantro"_s);
+    QCoreApplication::setApplicationName(u"Vantro 3D"_s);
+    if (argc != 3) {
+        std::fputs("usage: vantro-playhost ENGINE_ENDPOINT GAME_ARCHIVE_URL\n", stderr);
+        return 2;
+    }
+    AppModel::Config config;
+    config.engineEndpoint = QString::fromLocal8Bit(argv[1]);
+    config.gameArchiveUrl = QString::fromLocal8Bit(argv[2]);
+    config.promotionDelay = std::chrono::milliseconds(300);
+    config.settleDelay = std::chrono::milliseconds(20);
+    config.stopGrace = std::chrono::milliseconds(500);
+    AppModel model(config);
+    QObject::connect(&model, &AppModel::stateChanged, &model,
+                     [&model] { say(u"state: "_s + model.stateTitle()); });
+    qsizetype shown = 0;
+    QObject::connect(model.log(), &LogStore::linesChanged, &model, [&model, &shown] {
+        const QStringList &lines = model.log()->lines();
+        for (shown = std::min(shown, lines.size()); shown < lines.size(); ++shown)
+            say(u"log: "_s + lines.at(shown));
+    });
+    model.play();
+    QTimer poll;
+    QObject::connect(&poll, &QTimer::timeout, &model, [&model] {
+        if (!model.isWorking()) {
+            say(u"done: "_s + model.stateTitle());
+            QCoreApplication::quit();
+        }
+    });
+    poll.start(20);
+    return QCoreApplication::exec();
+}
