@@ -4,6 +4,7 @@
 #include "testenv.h"
 #include "testhttpserver.h"
 
+#include <QDesktopServices>
 #include <QDir>
 #include <QFileInfo>
 #include <QTest>
@@ -81,6 +82,7 @@ private Q_SLOTS:
     void failuresEndInNeeds_data();
     void failuresEndInNeeds();
     void maintenance();
+    void revealsFolders();
     void sizeEstimate_data();
     void sizeEstimate();
     void modelGoneMidDownload();
@@ -345,6 +347,37 @@ void TestPipeline::maintenance()
     QCOMPARE(TestEnv::readFile(saves + u"/slot1.save"_s), QByteArray("lap 1"));
     f.model->removeEverything(); // on an empty disk too
     QCOMPARE(f.model->state(), AppState::notDownloaded());
+}
+
+// Stands in for the desktop's file manager: with no file manager on the bus, the
+// folder that holds the item is opened.
+class UrlCatcher : public QObject
+{
+    Q_OBJECT
+public:
+    QList<QUrl> urls;
+public Q_SLOTS:
+    void open(const QUrl &url) { urls.append(url); }
+};
+
+void TestPipeline::revealsFolders()
+{
+    TestEnv env;
+    UrlCatcher catcher;
+    QDesktopServices::setUrlHandler(u"file"_s, &catcher, "open");
+    AppModel model(AppModel::Config{});
+    model.showSaves(); // no save folder: nothing opens
+    model.revealInFinder();
+    QVERIFY(QFileInfo(env.base()).isDir());
+    QTRY_COMPARE(catcher.urls, QList<QUrl>{QUrl::fromLocalFile(env.data())});
+
+    QDir().mkpath(model.savesURL());
+    QVERIFY(!model.savesFolderExists());
+    model.showSaves();
+    QVERIFY(model.savesFolderExists());
+    QTRY_COMPARE(catcher.urls.size(), 2);
+    QCOMPARE(catcher.urls.last(), QUrl::fromLocalFile(env.data() + u"/godot/app_userdata"_s));
+    QDesktopServices::unsetUrlHandler(u"file"_s);
 }
 
 void TestPipeline::sizeEstimate_data()
