@@ -134,7 +134,8 @@ void TestKilled::recoversFromAKill()
              (QStringList{u"Engine"_s, u"Game"_s, u"imported.marker"_s}));
     QCOMPARE(QDir(base + u"/Engine"_s).entryList(QDir::AllEntries | QDir::NoDotAndDotDot),
              QStringList{u"4.3-stable"_s});
-    QVERIFY2(env.tmpEntries().isEmpty(), qPrintable(env.tmpEntries().join(u' ')));
+    // (A fake engine killed with its launcher may leave its own temporary file.)
+    QCOMPARE(env.tmpEntries().filter(u"vantro-"_s), QStringList{});
     qunsetenv("FAKE_RUN_SECONDS");
 }
 
