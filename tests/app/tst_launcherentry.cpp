@@ -95,19 +95,16 @@ void TestLauncherEntry::progress()
     m_done = false;
     {
         LauncherEntry entry(&model);
+        const QHash<QString, AppState> states{
+            {u"downloading"_s, AppState::downloading(u"the game"_s)},
+            {u"settingUp"_s, AppState::settingUp(u"unpacking the game"_s)},
+            {u"needs"_s, AppState::needs(u"The download failed."_s)},
+            {u"ready"_s, AppState::ready()},
+            {u"starting"_s, AppState::starting()},
+            {u"playing"_s, AppState::playing()}};
         for (const QString &change : changes.split(u' ')) {
-            if (change == u"downloading")
-                model.setState(AppState::downloading(u"the game"_s));
-            else if (change == u"settingUp")
-                model.setState(AppState::settingUp(u"unpacking the game"_s));
-            else if (change == u"needs")
-                model.setState(AppState::needs(u"The download failed."_s));
-            else if (change == u"ready")
-                model.setState(AppState::ready());
-            else if (change == u"starting")
-                model.setState(AppState::starting());
-            else if (change == u"playing")
-                model.setState(AppState::playing());
+            if (states.contains(change))
+                model.setState(states.value(change));
             else if (change == u"none")
                 model.setProgress(std::nullopt);
             else
