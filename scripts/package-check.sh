@@ -37,8 +37,10 @@ echo "== $deb"
 echo "Depends: $depends"
 
 echo "== lintian"
-lintian --fail-on error "$deb" 2>&1 | grep -v 'root privileges' || true
-lintian --fail-on error "$deb" >/dev/null 2>&1 || fail "lintian found errors"
+status=0
+lintian --fail-on error "$deb" >"$work/lintian.log" 2>&1 || status=$?
+grep -v 'root privileges' "$work/lintian.log" || true
+[ "$status" -eq 0 ] || fail "lintian found errors"
 
 echo "== package contents"
 dpkg-deb -x "$deb" "$work/tree"
