@@ -7,11 +7,16 @@ packages=(
   build-essential cmake ninja-build pkg-config clang-format
   qt6-base-dev qt6-declarative-dev qt6-tools-dev-tools qcoro-qt6-dev
   libqt6opengl6-dev libgl-dev
+  # The QML modules the views import. The Debian package depends on the same ones
+  # (all but the tests' qttest): packaging/CMakeLists.txt reads them from here.
   qml6-module-qtquick qml6-module-qtquick-controls qml6-module-qtquick-layouts
   qml6-module-qtquick-templates qml6-module-qtquick-window qml6-module-qtquick-dialogs
   qml6-module-qtqml-workerscript qml6-module-qtqml qml6-module-qttest
   libssl-dev libarchive-tools fonts-dejavu-core
-  curl openssl xvfb xauth
+  curl openssl xvfb xauth dbus-daemon
+  # Packaging and its checks: the .deb, lintian, the desktop entry and metainfo
+  # validators, the icon renderer, the window-class probe.
+  dpkg-dev file lintian desktop-file-utils appstream librsvg2-bin x11-utils
   # The real Godot 3 editor, for the end-to-end import test.
   godot3
 )
