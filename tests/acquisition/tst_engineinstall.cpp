@@ -168,7 +168,7 @@ void TestEngineInstall::refusesBadEngineDownloads_data()
     QTest::newRow("archive 404") << u"zip404"_s << u"The server answered with error 404."_s << true;
     QTest::newRow("archive reset mid-body") << u"zipReset"_s << u"~The download failed: "_s << true;
     QTest::newRow("corrupt archive with a matching digest")
-        << u"corrupt"_s << u"Unpacking the download failed (ditto exit 1)."_s << true;
+        << u"corrupt"_s << u"Unpacking the download failed (bsdtar exit 1)."_s << true;
     QTest::newRow("archive without an executable")
         << u"noExecutable"_s << u"The Godot app was not found after unpacking."_s << true;
     QTest::newRow("base folder blocked by a file")

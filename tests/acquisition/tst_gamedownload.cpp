@@ -87,11 +87,11 @@ void TestGameDownload::badArchivesLoseNothing_data()
     QTest::newRow("project too deep")
         << u"tooDeep"_s << u"The downloaded game has no project.godot file."_s;
     QTest::newRow("corrupt zip") << u"corrupt"_s
-                                 << u"Unpacking the download failed (ditto exit 1)."_s;
+                                 << u"Unpacking the download failed (bsdtar exit 1)."_s;
     QTest::newRow("entry escaping with ..")
-        << u"dotdot"_s << u"Unpacking the download failed (ditto exit 1)."_s;
+        << u"dotdot"_s << u"Unpacking the download failed (bsdtar exit 1)."_s;
     QTest::newRow("entry written through a symlink")
-        << u"symlink"_s << u"Unpacking the download failed (ditto exit 1)."_s;
+        << u"symlink"_s << u"Unpacking the download failed (bsdtar exit 1)."_s;
     QTest::newRow("404") << u"404"_s << u"The server answered with error 404."_s;
     QTest::newRow("500") << u"500"_s << u"The server answered with error 500."_s;
     QTest::newRow("reset mid-download") << u"reset"_s << u"~The download failed: "_s;
