@@ -31,7 +31,7 @@ thread_local bool allNamesUtf8 = true;
 int checkName(const char *path, const struct stat *, int, struct FTW *walk)
 {
     QStringDecoder decoder(QStringDecoder::Utf8);
-    (void)decoder.decode(QByteArrayView(path + walk->base));
+    const QString name = decoder.decode(QByteArrayView(path + walk->base));
     if (decoder.hasError()) {
         allNamesUtf8 = false;
         return 1; // stops the walk

@@ -56,10 +56,18 @@ QByteArray TestEnv::readFile(const QString &path)
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
 
-static void runTool(const QString &program, const QStringList &arguments, const QString &workDir)
+static void runTool(const QString &program, const QStringList &arguments, const QString &workDir,
+                    bool rawNames = false)
 {
     QProcess tool;
     tool.setWorkingDirectory(workDir);
+    // In the C locale names are stored as the bytes given, without the zip's UTF-8
+    // flag, as old archivers do; bytes that are not UTF-8 then reach the unpacker.
+    if (rawNames) {
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(u"LC_ALL"_s, u"C"_s);
+        tool.setProcessEnvironment(environment);
+    }
     tool.start(program, arguments);
     if (!tool.waitForFinished(60000) || tool.exitCode() != 0)
         qFatal("%s failed: %s", qPrintable(program), tool.readAllStandardError().constData());
@@ -78,7 +86,7 @@ void TestEnv::zipMtree(const QString &mtree, const QString &workDir, const QStri
     QFile::remove(zip);
     runTool(u"/usr/bin/bsdtar"_s,
             {u"-c"_s, u"--format"_s, u"zip"_s, u"-P"_s, u"-f"_s, zip, u"@entries.mtree"_s},
-            workDir);
+            workDir, true);
 }
 
 QString TestEnv::toolOutput(const QString &program, const QStringList &arguments)
