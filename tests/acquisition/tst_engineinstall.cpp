@@ -6,8 +6,11 @@
 #include "testhttpserver.h"
 
 #include <QDir>
+#include <QElapsedTimer>
 #include <QFileInfo>
+#include <QNetworkReply>
 #include <QTest>
+#include <QTimer>
 
 using namespace Qt::StringLiterals;
 
@@ -62,9 +65,12 @@ private Q_SLOTS:
     void readsChecksumLists();
     void hashesLikeSha512sum_data();
     void hashesLikeSha512sum();
+    void installsAVerifiedEngine_data();
     void installsAVerifiedEngine();
     void refusesBadEngineDownloads_data();
     void refusesBadEngineDownloads();
+    void cancelReachesEveryTransfer_data();
+    void cancelReachesEveryTransfer();
 };
 
 void TestEngineInstall::readsChecksumLists_data()
@@ -119,10 +125,35 @@ void TestEngineInstall::hashesLikeSha512sum()
     QVERIFY_THROWS_EXCEPTION(PlatformError, EngineManager::sha512(env.root() + u"/missing"_s));
 }
 
+void TestEngineInstall::installsAVerifiedEngine_data()
+{
+    QTest::addColumn<QStringList>("clutter"); // below Engine/; "name=" a file, "name/" a folder
+    QTest::newRow("nothing there") << QStringList{};
+    QTest::newRow("files where the build and its staging belong")
+        << QStringList{u"4.3-stable="_s, u"4.3-stable.unpacking="_s};
+    QTest::newRow("old build and leftovers with names that are not UTF-8")
+        << QStringList{u"4.3-stable/"_s, u"4.3-stable.old/"_s, u"4.3-stable.unpacking/"_s};
+    QTest::newRow("a file where the engines' folder belongs") << QStringList{u"="_s};
+}
+
 void TestEngineInstall::installsAVerifiedEngine()
 {
+    QFETCH(QStringList, clutter);
     TestEnv env;
     TestHttpServer server;
+    const QString engines = env.base() + u"/Engine/"_s;
+    for (const QString &item : clutter) {
+        const QString path = engines + item.chopped(1);
+        if (item.endsWith(u'='))
+            TestEnv::writeFile(item == u"="_s ? env.base() + u"/Engine"_s : path, "in the way");
+        else
+            QVERIFY(QDir().mkpath(path) &&
+                    QFile(path + u"/x"_s).open(QIODevice::WriteOnly)); // renamed below
+        if (item.endsWith(u'/'))
+            QCOMPARE(::rename(QFile::encodeName(path + u"/x"_s).constData(),
+                              QFile::encodeName(path).append("/bad\xffname").constData()),
+                     0);
+    }
     const Release release = makeRelease(env);
     serveRelease(server, release.zip, (release.digest.toUpper() + u" *"_s + zipName).toUtf8());
 
@@ -174,6 +205,20 @@ void TestEngineInstall::refusesBadEngineDownloads_data()
     QTest::newRow("base folder blocked by a file")
         << u"blockedBase"_s << u"~Could not create the folder"_s << true;
     QTest::newRow("bad endpoint") << u"badEndpoint"_s << u"Bad engine address."_s << false;
+    QTest::newRow("list stalls")
+        << u"listStall"_s
+        << u"Could not get the engine checksum list: nothing arrived for 0.5 seconds."_s << false;
+    const QString tooLarge = u"The engine checksum list is larger than 1 MB, which no real list "
+                             u"is, so it was not read."_s;
+    QTest::newRow("endless list") << u"listEndless"_s << tooLarge << false;
+    QTest::newRow("list announced too large") << u"listLarge"_s << tooLarge << false;
+    QTest::newRow("nobody serves the list")
+        << u"listRefused"_s << u"Could not get the engine checksum list: Connection refused."_s
+        << false;
+    QTest::newRow("list redirect loop")
+        << u"listLoop"_s
+        << u"Could not get the engine checksum list: the server redirected it too many times."_s
+        << false;
 }
 
 void TestEngineInstall::refusesBadEngineDownloads()
@@ -198,9 +243,21 @@ void TestEngineInstall::refusesBadEngineDownloads()
         sums = (release.digest + u"  Godot_v4.3-stable_macos.universal.zip\n"_s).toUtf8();
     serveRelease(server, release.zip, sums);
     TestHttpServer::Route failing;
+    const QString list = u"/releases/4.3-stable/SHA512-SUMS.txt"_s;
     if (fault == u"list404" || fault == u"list500") {
         failing.status = fault == u"list404" ? 404 : 500;
-        server.setRoute(u"/releases/4.3-stable/SHA512-SUMS.txt"_s, failing);
+        server.setRoute(list, failing);
+    }
+    if (QStringList{u"listStall"_s, u"listEndless"_s, u"listLarge"_s, u"listLoop"_s}.contains(
+            fault)) {
+        failing.body = (fault == u"listStall" ? QByteArray() : QByteArray(2 << 20, ' ')) + sums;
+        failing.stall = fault == u"listStall";
+        // A close-delimited body the server would go on with for ever, as far as
+        // the client can tell.
+        failing.sendLength = fault != u"listEndless";
+        failing.dripBytesPerChunk = fault == u"listEndless" ? 64 * 1024 : 0;
+        server.setRoute(list,
+                        fault == u"listLoop" ? TestHttpServer::redirect(list.toUtf8()) : failing);
     }
     if (fault == u"zip404") {
         failing.status = 404;
@@ -222,8 +279,13 @@ void TestEngineInstall::refusesBadEngineDownloads()
     }
 
     AppModel::Config config = configFor(server);
+    config.downloadIdleTimeout = std::chrono::milliseconds(500);
     if (fault == u"badEndpoint")
         config.engineEndpoint = u"no address at all"_s;
+    if (fault == u"listRefused") {
+        TestHttpServer gone;
+        config.engineEndpoint = gone.url(u"/releases/"_s).toString();
+    }
     AppModel model(config);
     auto outcome = runVoidTask(model.downloadEngine(spec), 30000);
     QVERIFY(!outcome.ok());
@@ -242,8 +304,67 @@ void TestEngineInstall::refusesBadEngineDownloads()
         QCOMPARE(TestEnv::readFile(engine + u"/Godot_v4.3-stable_linux.x86_64"_s),
                  QByteArray("#!/bin/sh\n"));
     }
-    QTRY_VERIFY(!model.log()->lines().contains(u"Checksum OK (SHA-512)."_s) ||
-                fault == u"corrupt" || fault == u"noExecutable" || fault == u"blockedBase");
+    // Everything logged so far has arrived once this line has.
+    model.log()->append(u"end"_s);
+    QTRY_VERIFY(model.log()->lines().endsWith(u"end"_s));
+    QCOMPARE(model.log()->lines().contains(u"Checksum OK (SHA-512)."_s),
+             fault == u"corrupt" || fault == u"noExecutable" || fault == u"blockedBase");
+}
+
+void TestEngineInstall::cancelReachesEveryTransfer_data()
+{
+    QTest::addColumn<QString>("when");
+    QTest::addColumn<int>("archiveHits");
+    QTest::newRow("before the checksum list") << u"before"_s << 0;
+    QTest::newRow("while the list stalls") << u"list"_s << 0;
+    QTest::newRow("while the archive drips") << u"archive"_s << 1;
+}
+
+// A cancel is the player's: it ends any transfer at once with the cancelled code,
+// never as a stall, and loses nothing.
+void TestEngineInstall::cancelReachesEveryTransfer()
+{
+    QFETCH(QString, when);
+    QFETCH(int, archiveHits);
+    TestEnv env;
+    TestHttpServer server;
+    const Release release = makeRelease(env);
+    serveRelease(server, release.zip, (release.digest + u"  "_s + zipName).toUtf8());
+    TestHttpServer::Route slow;
+    slow.body = QByteArray(1000000, 'x');
+    slow.stall = when == u"list";
+    slow.dripBytesPerChunk = 1000;
+    slow.dripDelayMs = 50;
+    if (when == u"list")
+        server.setRoute(u"/releases/4.3-stable/SHA512-SUMS.txt"_s, slow);
+    else if (when == u"archive")
+        server.setRoute(u"/releases/4.3-stable/"_s + zipName, slow);
+    const QString engine = env.base() + u"/Engine/4.3-stable/Godot_v4.3-stable_linux.x86_64"_s;
+    TestEnv::writeFile(engine, "#!/bin/sh\n", true);
+
+    AppModel model(configFor(server));
+    if (when == u"before")
+        model.cancel();
+    else
+        QTimer::singleShot(500, &model, &AppModel::cancel);
+    QElapsedTimer clock;
+    clock.start();
+    auto outcome = runVoidTask(model.downloadEngine(spec), 30000);
+    QVERIFY(clock.elapsed() < 10000);
+    // The player asked for it: the pipeline tells nothing, so only the code counts.
+    QVERIFY2(outcome.errorText().endsWith(u"Operation canceled"_s) ||
+                 outcome.errorText().endsWith(u"Operation canceled."_s),
+             qPrintable(outcome.errorText()));
+    try {
+        std::rethrow_exception(outcome.error);
+    } catch (const PlatformError &e) {
+        QCOMPARE(e.code, int(QNetworkReply::OperationCanceledError));
+    } catch (...) {
+        QFAIL("expected a PlatformError");
+    }
+    QCOMPARE(server.hits(u"/releases/4.3-stable/"_s + zipName), archiveHits);
+    QCOMPARE(TestEnv::readFile(engine), QByteArray("#!/bin/sh\n"));
+    QCOMPARE(env.tmpEntries(), QStringList{});
 }
 
 QTEST_GUILESS_MAIN(TestEngineInstall)
