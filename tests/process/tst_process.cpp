@@ -384,10 +384,14 @@ void TestProcess::logCompactsAFlood_data()
 {
     QTest::addColumn<int>("before"); // lines before the clear; -1: no clear
     QTest::addColumn<int>("after");
+    QTest::addColumn<int>("width"); // of each line after the clear; 0: as short as can be
+    QTest::addColumn<int>("kept");  // the newest lines that stay
 
-    QTest::newRow("flood keeps the newest") << -1 << 20000;
-    QTest::newRow("clear inside a flood") << 20000 << 10;
-    QTest::newRow("flood after a clear") << 10 << 20000;
+    QTest::newRow("flood keeps the newest") << -1 << 20000 << 0 << 3000;
+    QTest::newRow("clear inside a flood") << 20000 << 10 << 0 << 10;
+    QTest::newRow("flood after a clear") << 10 << 20000 << 0 << 3000;
+    QTest::newRow("long lines: the newest within the character bound")
+        << -1 << 200 << 64 * 1024 << 64;
 }
 
 // A writer thread floods while the GUI thread does not turn: the queue must stay
@@ -396,6 +400,11 @@ void TestProcess::logCompactsAFlood()
 {
     QFETCH(int, before);
     QFETCH(int, after);
+    QFETCH(int, width);
+    QFETCH(int, kept);
+    auto line = [width](int i) {
+        return QString(u"a"_s + QString::number(i)).leftJustified(width, u'.');
+    };
 
     LogStore store;
     store.append(u"older"_s);
@@ -406,15 +415,13 @@ void TestProcess::logCompactsAFlood()
         if (before >= 0)
             store.clear();
         for (int i = 0; i < after; ++i)
-            store.append(u"a"_s + QString::number(i));
+            store.append(line(i));
     }));
     writer->start();
     QVERIFY(writer->wait(20000));
     QStringList expected;
-    for (int i = std::max(0, int(after - LogStore::maxLines)); i < after; ++i)
-        expected.append(u"a"_s + QString::number(i));
-    if (before < 0 && after < LogStore::maxLines)
-        expected.prepend(u"older"_s);
+    for (int i = after - kept; i < after; ++i)
+        expected.append(line(i));
     QTRY_COMPARE(store.lines(), expected);
     // One batch, one notification: the flood cost one event, not one per line.
     QCOMPARE(changed.count(), 1);
