@@ -66,7 +66,6 @@ private Q_SLOTS:
     void closesAnEditorThatNeverSettlesAtTheDeadline();
     void watcherClosesOnlyWhenSettled_data();
     void watcherClosesOnlyWhenSettled();
-    void watcherCanEndAtAnyMoment();
     void cancelStopsSetup_data();
     void cancelStopsSetup();
     void engineThatCannotStart();
@@ -199,24 +198,6 @@ void TestImport::watcherClosesOnlyWhenSettled()
         QTest::qWait(2 * interval); // a late check must not speak either
         QVERIFY(log.lines().isEmpty());
     }
-}
-
-// Destroyed while a check of a large tree runs on the pool: the result is dropped.
-void TestImport::watcherCanEndAtAnyMoment()
-{
-    TestEnv env;
-    const QString root = makeProject(env, 4, true);
-    for (int i = 0; i < 2000; ++i)
-        TestEnv::writeFile(root + u"/many/"_s + QString::number(i) + u".png"_s, "");
-    LogStore log;
-    auto box = std::make_shared<ProcessBox>();
-    for (int round = 0; round < 20; ++round) {
-        auto watcher = std::make_unique<ImportWatcher>(
-            root, box, &log, std::chrono::milliseconds(1), std::chrono::milliseconds(60000));
-        QTest::qWait(3 + round % 4);
-    }
-    QTest::qWait(300);
-    QVERIFY(log.lines().isEmpty());
 }
 
 void TestImport::cancelStopsSetup_data()
