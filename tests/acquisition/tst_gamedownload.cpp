@@ -11,9 +11,6 @@
 #include <QScopeGuard>
 #include <QTest>
 
-#include <fcntl.h>
-#include <unistd.h>
-
 using namespace Qt::StringLiterals;
 
 namespace {
@@ -24,16 +21,6 @@ void installPreviousGame(const TestEnv &env)
 {
     TestEnv::writeFile(env.base() + u"/Game/Old-master/project.godot"_s, "config_version=4\n");
     TestEnv::writeFile(env.base() + u"/imported.marker"_s, QByteArray());
-}
-
-// A file whose name is not UTF-8, which QFile cannot even name.
-void writeRawName(const QString &folder, const QByteArray &name)
-{
-    QDir().mkpath(folder);
-    const QByteArray path = QFile::encodeName(folder) + '/' + name;
-    const int fd = ::open(path.constData(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-    QVERIFY(fd >= 0);
-    ::close(fd);
 }
 
 bool previousGameIntact(const TestEnv &env)
@@ -85,7 +72,7 @@ void TestGameDownload::installsTheGame()
     installPreviousGame(env);
     if (clutter == u"badNames") {
         for (const QString &folder : {u"/Game/Old-master"_s, u"/GameStaging/x"_s, u"/Game.old"_s})
-            writeRawName(env.base() + folder, "bad\xff\xfename");
+            TestEnv::touchRaw(QFile::encodeName(env.base() + folder) + "/bad\xff\xfename");
     } else if (clutter == u"files") {
         QDir(env.base() + u"/Game"_s).removeRecursively();
         TestEnv::writeFile(env.base() + u"/Game"_s, "a file");

@@ -7,6 +7,9 @@
 #include <QSettings>
 #include <QTest>
 
+#include <fcntl.h>
+#include <unistd.h>
+
 using namespace Qt::StringLiterals;
 
 TestEnv::TestEnv()
@@ -50,6 +53,15 @@ void TestEnv::writeFile(const QString &path, const QByteArray &content, bool exe
                             QFileDevice::ExeOther);
 }
 
+void TestEnv::touchRaw(const QByteArray &path)
+{
+    QDir().mkpath(QFile::decodeName(path.left(path.lastIndexOf('/'))));
+    const int fd = ::open(path.constData(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+    if (fd < 0)
+        qFatal("cannot write %s", path.constData());
+    ::close(fd);
+}
+
 QByteArray TestEnv::readFile(const QString &path)
 {
     QFile file(path);
@@ -85,8 +97,8 @@ void TestEnv::zipMtree(const QString &mtree, const QString &workDir, const QStri
     writeFile(workDir + u"/entries.mtree"_s, mtree.toUtf8());
     QFile::remove(zip);
     runTool(u"/usr/bin/bsdtar"_s,
-            {u"-c"_s, u"--format"_s, u"zip"_s, u"-P"_s, u"-f"_s, zip, u"@entries.mtree"_s},
-            workDir, true);
+            {u"-c"_s, u"--format"_s, u"zip"_s, u"-P"_s, u"-f"_s, zip, u"@entries.mtree"_s}, workDir,
+            true);
 }
 
 QString TestEnv::toolOutput(const QString &program, const QStringList &arguments)
