@@ -3,12 +3,14 @@
 #include "acquisition/folderguard.h"
 #include "acquisition/network.h"
 #include "acquisition/repodownloader.h"
+#include "app/bytecount.h"
 #include "process/logstore.h"
 #include "process/processfailure.h"
 
 #include <QCoroNetworkReply>
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QNetworkReply>
 #include <QRegularExpression>
 
@@ -31,25 +33,76 @@ std::optional<QString> checksumFromList(const QString &list, const QString &zipN
     return std::nullopt;
 }
 
-QCoro::Task<QString> expectedChecksum(EngineSpec spec, QString endpoint)
+QCoro::Task<QString> expectedChecksum(EngineSpec spec, QString endpoint,
+                                      std::chrono::milliseconds idleTimeout,
+                                      std::shared_ptr<FetchHandle> handle)
 {
     const QUrl url = checksumListUrl(spec, endpoint);
     if (!url.isValid() || url.scheme().isEmpty())
         throw ProcessFailure(u"Bad checksum address."_s);
+    if (!handle)
+        handle = std::make_shared<FetchHandle>();
+    if (handle->wasCancelled())
+        throw PlatformError(PlatformError::Kind::Network, u"Operation canceled"_s,
+                            QNetworkReply::OperationCanceledError);
     QNetworkRequest request(url);
-    request.setTransferTimeout(60000);
-    std::unique_ptr<QNetworkReply> reply(sharedNetwork()->get(request));
-    co_await qCoro(reply.get()).waitForFinished(std::chrono::milliseconds(-1));
-    const QVariant status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute);
+    request.setTransferTimeout(int(idleTimeout.count()));
+    // Deleted later: the abort below may come from inside one of its own signals.
+    std::unique_ptr<QNetworkReply, void (*)(QNetworkReply *)> reply(
+        sharedNetwork()->get(request), [](QNetworkReply *r) { r->deleteLater(); });
+    handle->attach(reply.get());
+    // Qt stops reading the socket when its buffer is full, so an endless body costs
+    // no more than the bound and the buffer.
+    reply->setReadBufferSize(64 * 1024);
+    QByteArray body;
+    bool tooLarge = false;
+    QNetworkReply *raw = reply.get();
+    auto overflow = [raw, &tooLarge] {
+        tooLarge = true;
+        QMetaObject::invokeMethod(raw, &QNetworkReply::abort, Qt::QueuedConnection);
+    };
+    QObject::connect(raw, &QNetworkReply::metaDataChanged, raw, [raw, overflow] {
+        const QVariant length = raw->header(QNetworkRequest::ContentLengthHeader);
+        if (length.isValid() && length.toLongLong() > maxChecksumListBytes)
+            overflow();
+    });
+    QObject::connect(raw, &QNetworkReply::readyRead, raw, [raw, &body, &tooLarge, overflow] {
+        if (tooLarge)
+            return;
+        body += raw->read(maxChecksumListBytes + 1 - body.size());
+        if (body.size() > maxChecksumListBytes)
+            overflow();
+    });
+    co_await qCoro(raw).waitForFinished(std::chrono::milliseconds(-1));
+    QObject::disconnect(raw, nullptr, nullptr, nullptr);
+    if (!tooLarge)
+        body += raw->read(maxChecksumListBytes + 1 - body.size());
+
+    const QString failed = u"Could not get the engine checksum list: "_s;
+    if (tooLarge || body.size() > maxChecksumListBytes)
+        throw ProcessFailure(u"The engine checksum list is larger than "_s +
+                             formatByteCount(maxChecksumListBytes) +
+                             u", which no real list is, so it was not read."_s);
+    if (const auto problem = redirectProblem(raw->error()))
+        throw PlatformError(PlatformError::Kind::Network, failed + *problem + u"."_s, raw->error());
+    const QVariant status = raw->attribute(QNetworkRequest::HttpStatusCodeAttribute);
     if (status.isValid() && (status.toInt() < 200 || status.toInt() > 299))
         throw ProcessFailure(u"Could not get the engine checksum list (error "_s +
                              QString::number(status.toInt()) + u")."_s);
-    if (reply->error() != QNetworkReply::NoError)
+    if (raw->error() == QNetworkReply::OperationCanceledError) {
+        if (handle->wasCancelled())
+            throw PlatformError(PlatformError::Kind::Network, u"Operation canceled"_s,
+                                QNetworkReply::OperationCanceledError);
+        // Qt reports its own time-out as a cancel; only the player cancels here.
         throw PlatformError(PlatformError::Kind::Network,
-                            u"Could not get the engine checksum list: "_s + reply->errorString() +
-                                u"."_s,
-                            reply->error());
-    const auto digest = checksumFromList(QString::fromUtf8(reply->readAll()), spec.zipName);
+                            failed + u"nothing arrived for "_s +
+                                QString::number(idleTimeout.count() / 1000.0) + u" seconds."_s,
+                            QNetworkReply::TimeoutError);
+    }
+    if (raw->error() != QNetworkReply::NoError)
+        throw PlatformError(PlatformError::Kind::Network, failed + raw->errorString() + u"."_s,
+                            raw->error());
+    const auto digest = checksumFromList(QString::fromUtf8(body), spec.zipName);
     if (!digest)
         throw ProcessFailure(u"The checksum list has no entry for "_s + spec.zipName + u"."_s);
     co_return *digest;
@@ -91,15 +144,15 @@ QCoro::Task<void> install(QString zip, EngineSpec spec, LogStore *log)
     // Unpacked beside the engine folder, so that a failed unpack leaves the
     // installed build alone; after the move the guard finds nothing to remove.
     const QString staging = folder + u".unpacking"_s;
+    const QString aside = folder + u".old"_s;
+    // What a killed run may have left, and a file where the engines' folder belongs.
+    removeTree(aside);
+    removeUnlessFolder(QFileInfo(folder).path());
     const FolderGuard stagingGuard{staging};
     co_await RepoDownloader::unzip(zip, staging, log);
     if (!firstExecutable(staging))
         throw ProcessFailure(u"The Godot app was not found after unpacking."_s);
-    QDir(folder).removeRecursively();
-    if (!QDir().rename(staging, folder))
-        throw PlatformError(PlatformError::Kind::FileSystem,
-                            u"Could not put the engine in place at \u201c"_s + folder +
-                                u"\u201d."_s);
+    replaceByRename(staging, folder, aside, u"the engine"_s);
     if (!executable(spec))
         throw ProcessFailure(u"The Godot app was not found after unpacking."_s);
 }

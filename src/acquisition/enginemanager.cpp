@@ -130,12 +130,15 @@ Platform hostPlatform()
 #endif
 }
 
+QString applicationSupport()
+{
+    const QString data = QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation);
+    return data.isEmpty() ? QDir::homePath() + u"/.local/share"_s : data;
+}
+
 QString base()
 {
-    QString data = QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation);
-    if (data.isEmpty())
-        data = QDir::homePath() + u"/.local/share"_s;
-    return data + u"/Vantro 3D"_s;
+    return applicationSupport() + u"/Vantro 3D"_s;
 }
 
 QString engineFolder(const EngineSpec &spec)

@@ -33,6 +33,10 @@ enum class Platform { LinuxX86_64, LinuxArm64, MacOS };
 /** The platform this launcher was built for. */
 Platform hostPlatform();
 
+/** The user's application data folder, where the launcher and Godot keep their
+ *  files (XDG_DATA_HOME, else ~/.local/share); never fails and never creates it. */
+QString applicationSupport();
+
 /** The launcher's data folder; never fails and never creates it. */
 QString base();
 

@@ -1,6 +1,7 @@
 #include "filedownloader.h"
 
 #include "acquisition/network.h"
+#include "app/bytecount.h"
 #include "process/processfailure.h"
 
 #include <QCoroNetworkReply>
@@ -10,6 +11,12 @@
 #include <QMutexLocker>
 #include <QNetworkRequest>
 #include <QUuid>
+
+#include <cerrno>
+#include <cstring>
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+#include <unistd.h>
 
 using namespace Qt::StringLiterals;
 
@@ -33,6 +40,30 @@ constexpr qsizetype chunkBytes = 256 * 1024;
 int httpStatus(const QNetworkReply *reply)
 {
     return reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
+}
+
+// The disk that holds `folder`, or the nearest folder above it that exists yet.
+struct Disk
+{
+    dev_t device = 0;
+    qint64 freeBytes = -1; // -1: unknown
+    QString folder;
+};
+
+Disk diskOf(const QString &folder)
+{
+    QString path = folder;
+    for (;;) {
+        struct stat status;
+        struct statvfs space;
+        const QByteArray native = QFile::encodeName(path);
+        if (::stat(native.constData(), &status) == 0 && ::statvfs(native.constData(), &space) == 0)
+            return {status.st_dev, qint64(space.f_bavail) * qint64(space.f_frsize), path};
+        const QString parent = QFileInfo(path).path();
+        if (parent == path)
+            return {};
+        path = parent;
+    }
 }
 } // namespace
 
@@ -58,7 +89,9 @@ QCoro::Task<QString> FileDownloader::download(QUrl url, Progress onProgress)
     const QString target = QDir(m_destDir).filePath(m_fileName);
     m_part = std::make_unique<QFile>(QDir(m_destDir).filePath(
         u"."_s + m_fileName + u".part-"_s + QUuid::createUuid().toString(QUuid::WithoutBraces)));
-    if (!m_part->open(QIODevice::WriteOnly))
+    // Unbuffered: every write reaches the system at once, so its error is the
+    // system's (a full disk says so) instead of a late flush's guess.
+    if (!m_part->open(QIODevice::WriteOnly | QIODevice::Unbuffered))
         throwFileError(u"Could not write"_s, m_part->fileName(), m_part->errorString());
 
     useSystemProxy();
@@ -79,6 +112,7 @@ QCoro::Task<QString> FileDownloader::download(QUrl url, Progress onProgress)
                             QNetworkReply::OperationCanceledError);
     }
     reply->setReadBufferSize(readBufferBytes);
+    connect(reply, &QNetworkReply::metaDataChanged, this, [this, reply] { checkSpace(reply); });
     connect(reply, &QNetworkReply::readyRead, this, &FileDownloader::onReadyRead);
     connect(reply, &QNetworkReply::downloadProgress, this,
             [this, reply](qint64 written, qint64 expected) {
@@ -100,6 +134,9 @@ QCoro::Task<QString> FileDownloader::download(QUrl url, Progress onProgress)
         m_part->remove();
         throw error;
     };
+    if (const auto problem = redirectProblem(reply->error()))
+        fail(PlatformError(PlatformError::Kind::Network,
+                           u"The download failed: "_s + *problem + u"."_s, reply->error()));
     const int status = httpStatus(reply);
     if (status != 0 && (status < 200 || status > 299))
         fail(ProcessFailure(u"The server answered with error "_s + QString::number(status) +
@@ -153,14 +190,63 @@ void FileDownloader::onReadyRead()
     while ((got = reply->read(m_chunk.data(), m_chunk.size())) > 0) {
         if (!keep)
             continue;
-        if (m_part->write(m_chunk.constData(), got) != got) {
+        if (!writeAll(m_chunk.constData(), got)) {
             m_writeError = u"Could not write the download to \u201c"_s + m_part->fileName() +
-                           u"\u201d: "_s + m_part->errorString();
+                           u"\u201d: "_s + QString::fromLocal8Bit(strerror(errno)) + u"."_s;
             qCWarning(lcDownload) << m_writeError;
             reply->abort();
             return;
         }
     }
+}
+
+bool FileDownloader::writeAll(const char *data, qint64 size)
+{
+    const int fd = m_part->handle();
+    while (size > 0) {
+        const ssize_t written = ::write(fd, data, size_t(size));
+        if (written < 0 && errno == EINTR)
+            continue;
+        if (written <= 0) {
+            if (written == 0)
+                errno = ENOSPC;
+            return false;
+        }
+        data += written;
+        size -= written;
+    }
+    return true;
+}
+
+// Fails the download before a byte is written when its announced size cannot fit:
+// once where it is written, once more where it will be unpacked.
+void FileDownloader::checkSpace(QNetworkReply *reply)
+{
+    const int status = httpStatus(reply);
+    const QVariant length = reply->header(QNetworkRequest::ContentLengthHeader);
+    if (status < 200 || status > 299 || !length.isValid() || !m_writeError.isEmpty())
+        return;
+    const qint64 size = length.toLongLong();
+    const Disk here = diskOf(m_destDir);
+    std::optional<Disk> there;
+    if (!m_unpackDir.isEmpty())
+        there = diskOf(m_unpackDir);
+    auto tooSmall = [this, reply](const Disk &disk, qint64 needed) {
+        if (disk.freeBytes < 0 || needed <= disk.freeBytes)
+            return false;
+        m_writeError = u"There is not enough free space: "_s + formatByteCount(needed) +
+                       u" is needed on the disk that holds \u201c"_s + disk.folder +
+                       u"\u201d, but only "_s + formatByteCount(disk.freeBytes) + u" is free."_s;
+        qCWarning(lcDownload) << m_writeError;
+        reply->abort();
+        return true;
+    };
+    if (there && there->device == here.device && here.freeBytes >= 0) {
+        tooSmall(here, 2 * size);
+        return;
+    }
+    if (!tooSmall(here, size) && there)
+        tooSmall(*there, size);
 }
 
 void FileDownloader::cancel()

@@ -18,7 +18,9 @@
  * Each downloader serves one download with a network manager of its own (no disk
  * cache, no cookies kept). The finished file is put in place only when the server
  * answered 2xx and the whole body arrived, so a failed download never leaves a
- * file at the target. `cancel` ends the transfer with OperationCanceledError.
+ * file at the target. A download whose announced size does not fit on the disk
+ * fails before anything is written. `cancel` ends the transfer with
+ * OperationCanceledError.
  */
 class FileDownloader : public QObject
 {
@@ -37,14 +39,21 @@ public:
     void cancel();
     bool wasCancelled() const;
 
+    /** Where the download will be unpacked: its announced size must fit there as
+     *  well before anything is written. */
+    void setUnpackFolder(const QString &folder) { m_unpackDir = folder; }
+
     /** A transfer that receives nothing for this long is abandoned. */
     void setIdleTimeout(std::chrono::milliseconds timeout) { m_idleTimeout = timeout; }
 
 private:
     void onReadyRead();
+    void checkSpace(QNetworkReply *reply);
+    bool writeAll(const char *data, qint64 size);
 
     QString m_destDir;
     QString m_fileName;
+    QString m_unpackDir;
     std::chrono::milliseconds m_idleTimeout = defaultIdleTimeout;
     Progress m_onProgress;
 

@@ -1,14 +1,20 @@
 #include "folderguard.h"
 
+#include "process/processfailure.h"
+
 #include <QDir>
 #include <QFile>
+#include <QStringDecoder>
 
 #include <cerrno>
+#include <cstring>
 #include <ftw.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
+using namespace Qt::StringLiterals;
+
 int removeEntry(const char *path, const struct stat *, int type, struct FTW *)
 {
     // Errors are not fatal: remove what can be removed, the caller checks what is left.
@@ -17,6 +23,33 @@ int removeEntry(const char *path, const struct stat *, int type, struct FTW *)
     else
         ::unlink(path);
     return 0;
+}
+// nftw passes no user data: the walk below runs on one thread at a time per call,
+// so a thread-local flag is enough.
+thread_local bool allNamesUtf8 = true;
+
+int checkName(const char *path, const struct stat *, int, struct FTW *walk)
+{
+    QStringDecoder decoder(QStringDecoder::Utf8);
+    const QString name = decoder.decode(QByteArrayView(path + walk->base));
+    if (decoder.hasError()) {
+        allNamesUtf8 = false;
+        return 1; // stops the walk
+    }
+    return 0;
+}
+
+bool exists(const QByteArray &path)
+{
+    struct stat status;
+    return ::lstat(path.constData(), &status) == 0;
+}
+
+[[noreturn]] void throwRenameError(const QString &what, const QString &target)
+{
+    throw PlatformError(PlatformError::Kind::FileSystem,
+                        u"Could not put "_s + what + u" in place at \u201c"_s + target +
+                            u"\u201d: "_s + QString::fromLocal8Bit(strerror(errno)) + u"."_s);
 }
 } // namespace
 
@@ -34,4 +67,39 @@ bool removeTree(const QString &path)
         return ::unlink(native.constData()) == 0;
     ::nftw(native.constData(), removeEntry, 32, FTW_DEPTH | FTW_PHYS | FTW_MOUNT);
     return ::lstat(native.constData(), &status) != 0 && errno == ENOENT;
+}
+
+void replaceByRename(const QString &fresh, const QString &target, const QString &aside,
+                     const QString &what)
+{
+    const QByteArray freshPath = QFile::encodeName(fresh);
+    const QByteArray targetPath = QFile::encodeName(target);
+    const QByteArray asidePath = QFile::encodeName(aside);
+    if (!removeTree(aside))
+        throwRenameError(what, target);
+    const bool hadOld = exists(targetPath);
+    if (hadOld && ::rename(targetPath.constData(), asidePath.constData()) != 0)
+        throwRenameError(what, target);
+    if (::rename(freshPath.constData(), targetPath.constData()) != 0) {
+        const int error = errno;
+        if (hadOld)
+            ::rename(asidePath.constData(), targetPath.constData());
+        errno = error;
+        throwRenameError(what, target);
+    }
+    removeTree(aside);
+}
+
+bool hasOnlyUtf8Names(const QString &folder)
+{
+    allNamesUtf8 = true;
+    ::nftw(QFile::encodeName(folder).constData(), checkName, 32, FTW_PHYS | FTW_MOUNT);
+    return allNamesUtf8;
+}
+
+void removeUnlessFolder(const QString &path)
+{
+    struct stat status;
+    if (::lstat(QFile::encodeName(path).constData(), &status) == 0 && !S_ISDIR(status.st_mode))
+        removeTree(path);
 }

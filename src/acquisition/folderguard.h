@@ -11,6 +11,22 @@
  */
 bool removeTree(const QString &path);
 
+/**
+ * @brief Puts `fresh` in place at `target` by renames only: whatever stands at
+ * `target` (a folder or anything else) is renamed to `aside` first and removed once
+ * `fresh` is in. If the swap fails the old item is renamed back. A leftover at
+ * `aside` is removed first. Throws PlatformError naming `what` when it fails.
+ */
+void replaceByRename(const QString &fresh, const QString &target, const QString &aside,
+                     const QString &what);
+
+/** Removes whatever stands at `path` unless it is a real folder (a link to one is
+ *  removed too). */
+void removeUnlessFolder(const QString &path);
+
+/** Whether every name below `folder` (links not followed) is valid UTF-8. */
+bool hasOnlyUtf8Names(const QString &folder);
+
 /** @brief Removes a folder and its content on every way out of a scope; errors ignored. */
 struct FolderGuard
 {

@@ -4,7 +4,6 @@
 #include "process/logstore.h"
 #include "process/processbox.h"
 
-#include <QFuture>
 #include <QtConcurrent>
 
 using namespace Qt::StringLiterals;
@@ -16,6 +15,13 @@ ImportWatcher::ImportWatcher(QString root, std::shared_ptr<ProcessBox> box, LogS
       m_deadline(deadline)
 {
     m_clock.start();
+    // A watcher member, not a continuation: results reach this object only while it
+    // lives, and always on its own thread.
+    connect(&m_check, &QFutureWatcher<Check>::finished, this, [this] {
+        m_checking = false;
+        const Check result = m_check.result();
+        judge(result.first, result.second);
+    });
     m_timer.setInterval(interval);
     connect(&m_timer, &QTimer::timeout, this, &ImportWatcher::tick);
     m_timer.start();
@@ -23,6 +29,8 @@ ImportWatcher::ImportWatcher(QString root, std::shared_ptr<ProcessBox> box, LogS
 
 void ImportWatcher::tick()
 {
+    if (m_finished)
+        return;
     if (m_clock.elapsed() >= m_deadline.count()) {
         finish();
         return;
@@ -31,17 +39,17 @@ void ImportWatcher::tick()
     if (m_checking)
         return;
     m_checking = true;
-    QtConcurrent::run([root = m_root] {
-        return std::pair{EngineManager::importedEntryCount(root),
-                         EngineManager::importIsComplete(root)};
-    }).then(this, [this](std::pair<qint64, bool> result) {
-        m_checking = false;
-        judge(result.first, result.second);
-    });
+    m_check.setFuture(QtConcurrent::run([root = m_root] {
+        return Check{EngineManager::importedEntryCount(root),
+                     EngineManager::importIsComplete(root)};
+    }));
 }
 
 void ImportWatcher::judge(qint64 count, bool complete)
 {
+    // A check that was under way when the deadline closed the editor has nothing to say.
+    if (m_finished)
+        return;
     m_steadyChecks = (complete && count == m_lastCount) ? m_steadyChecks + 1 : 0;
     m_lastCount = count;
     if (m_steadyChecks > 2) {
@@ -52,6 +60,7 @@ void ImportWatcher::judge(qint64 count, bool complete)
 
 void ImportWatcher::finish()
 {
+    m_finished = true;
     m_timer.stop();
     m_box->terminate();
 }

@@ -1,10 +1,12 @@
 #pragma once
 
 #include <QElapsedTimer>
+#include <QFutureWatcher>
 #include <QObject>
 #include <QTimer>
 #include <chrono>
 #include <memory>
+#include <utility>
 
 class LogStore;
 class ProcessBox;
@@ -16,7 +18,8 @@ class ProcessBox;
  * interval the project's files are checked off the GUI thread; after three checks in
  * a row with the import complete and the ".import" folder no longer growing, the
  * editor is asked to terminate. At the deadline it is closed regardless, and the
- * files decide. Destroying the watcher stops it at once.
+ * files decide. Destroying the watcher stops it at once, also while a check runs:
+ * that check's result is then dropped.
  */
 class ImportWatcher : public QObject
 {
@@ -28,6 +31,8 @@ public:
                   QObject *parent = nullptr);
 
 private:
+    using Check = std::pair<qint64, bool>; // entries in ".import", import complete
+
     void tick();
     void judge(qint64 count, bool complete);
     void finish();
@@ -41,4 +46,6 @@ private:
     qint64 m_lastCount = -1;
     int m_steadyChecks = 0;
     bool m_checking = false;
+    bool m_finished = false;
+    QFutureWatcher<Check> m_check;
 };

@@ -22,3 +22,16 @@ void useSystemProxy()
     }();
     Q_UNUSED(once);
 }
+
+std::optional<QString> redirectProblem(QNetworkReply::NetworkError error)
+{
+    switch (error) {
+    case QNetworkReply::TooManyRedirectsError:
+        return QStringLiteral("the server redirected it too many times");
+    case QNetworkReply::InsecureRedirectError:
+        return QStringLiteral("the server redirected it from a secure (https) address to an "
+                              "insecure (http) one, which is refused");
+    default:
+        return std::nullopt;
+    }
+}

@@ -1,5 +1,6 @@
 #include "repodownloader.h"
 
+#include "acquisition/folderguard.h"
 #include "acquisition/network.h"
 #include "process/logstore.h"
 #include "process/processfailure.h"
@@ -7,6 +8,7 @@
 
 #include <QCoroNetworkReply>
 #include <QDir>
+#include <QFileInfo>
 #include <QNetworkReply>
 #include <QNetworkRequest>
 
@@ -16,7 +18,10 @@ namespace RepoDownloader {
 
 QCoro::Task<void> unzip(QString zip, QString dest, LogStore *log)
 {
-    QDir(dest).removeRecursively();
+    // A destination that was never set must not turn into the current folder.
+    if (dest.isEmpty() || !QDir::isAbsolutePath(dest))
+        throw ProcessFailure(u"There is no folder to unpack the download into."_s);
+    removeTree(dest);
     if (!QDir().mkpath(dest))
         throw PlatformError(PlatformError::Kind::FileSystem,
                             u"Could not create the folder \u201c"_s + dest +
@@ -26,8 +31,12 @@ QCoro::Task<void> unzip(QString zip, QString dest, LogStore *log)
     const int status = co_await runProcess(program, arguments, nullptr,
                                            [log](const QString &line) { log->append(line); });
     if (status != 0)
-        throw ProcessFailure(u"Unpacking the download failed (ditto exit "_s +
-                             QString::number(status) + u")."_s);
+        throw ProcessFailure(u"Unpacking the download failed ("_s + QFileInfo(program).fileName() +
+                             u" exit "_s + QString::number(status) + u")."_s);
+    // Such names cannot be told apart once decoded, so nothing could find or run them.
+    if (!hasOnlyUtf8Names(dest))
+        throw ProcessFailure(u"The download holds file names that are not valid UTF-8, which "
+                             u"this app cannot handle, so it was not installed."_s);
 }
 
 QCoro::Task<std::optional<qint64>> remoteSize(QUrl url)

@@ -14,8 +14,10 @@ namespace RepoDownloader {
  *  would land outside the destination. */
 inline constexpr char unpacker[] = "/usr/bin/bsdtar";
 
-/** Replaces the content of `dest` with the content of `zip`. Throws ProcessFailure
- *  when the unpacker fails, PlatformError when `dest` cannot be made. */
+/** Replaces whatever is at `dest` (any kind of item) with the content of `zip`.
+ *  Throws ProcessFailure when `dest` is empty or relative (nothing is touched), when
+ *  the unpacker fails or a name in the archive is not UTF-8, PlatformError when
+ *  `dest` cannot be made. On failure `dest` may hold a partial unpack. */
 QCoro::Task<void> unzip(QString zip, QString dest, LogStore *log);
 
 /** The size the server announces for `url` (HEAD, 15 s), or nothing. Never throws. */

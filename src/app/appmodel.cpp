@@ -8,7 +8,6 @@
 #include <QCoreApplication>
 #include <QFileInfo>
 #include <QSettings>
-#include <QStandardPaths>
 
 using namespace Qt::StringLiterals;
 
@@ -32,6 +31,7 @@ QString AppModel::Config::defaultGameArchiveUrl()
 AppModel::AppModel(Config config, QObject *parent)
     : QObject(parent), m_config(std::move(config)), m_log(new LogStore(this))
 {
+    m_runner.stopGrace = m_config.stopGrace;
     QSettings settings;
     m_fullscreen = settings.value(fullscreenKey, false).toBool();
     const QString stored = settings.value(resolutionKey, defaultResolution).toString();
@@ -166,8 +166,7 @@ QVariant AppModel::failureReportValue() const
 QString AppModel::savesURL() const
 {
     const QString name = m_info ? m_info->name : u"Zorbit"_s;
-    return QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation) +
-           u"/godot/app_userdata/"_s + name;
+    return EngineManager::applicationSupport() + u"/godot/app_userdata/"_s + name;
 }
 
 bool AppModel::isImported(const QString &root) const

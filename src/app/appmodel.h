@@ -17,6 +17,7 @@
 #include <memory>
 #include <optional>
 
+class FetchHandle;
 class FileDownloader;
 
 /**
@@ -206,6 +207,7 @@ private:
     LogStore *m_log;
     GameRunner m_runner;
     QPointer<FileDownloader> m_downloader;
+    std::shared_ptr<FetchHandle> m_checksumFetch;
     std::shared_ptr<ProcessBox> m_setupBox;
     bool m_cancelRequested = false;
     bool m_working = false; // the pipeline task is held

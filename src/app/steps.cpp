@@ -6,6 +6,7 @@
 #include "acquisition/filedownloader.h"
 #include "acquisition/folderguard.h"
 #include "acquisition/importwatcher.h"
+#include "acquisition/network.h"
 #include "acquisition/repodownloader.h"
 #include "acquisition/tempfolders.h"
 #include "app/bytecount.h"
@@ -34,6 +35,8 @@ void AppModel::cancel()
     m_cancelRequested = true;
     if (m_downloader)
         m_downloader->cancel();
+    if (m_checksumFetch)
+        m_checksumFetch->cancel();
     if (m_setupBox)
         m_setupBox->stop();
 }
@@ -56,6 +59,7 @@ QCoro::Task<QString> AppModel::download(QString name, QString label, QUrl url, Q
     Q_UNUSED(name); // the user sees the label; the name is for the caller
     auto downloader = std::make_unique<FileDownloader>(dir, file);
     downloader->setIdleTimeout(m_config.downloadIdleTimeout);
+    downloader->setUnpackFolder(EngineManager::base());
     m_downloader = downloader.get();
     if (m_cancelRequested)
         downloader->cancel();
@@ -96,25 +100,29 @@ QCoro::Task<void> AppModel::downloadGame()
     const QUrl url(m_config.gameArchiveUrl);
     if (!isValidAddress(url))
         throw ProcessFailure(u"Bad game address."_s);
+    const QString base = EngineManager::base();
+    const QString staging = base + u"/GameStaging"_s;
+    const QString aside = base + u"/Game.old"_s;
+    // What a killed run may have left would otherwise leak into this game.
+    removeTree(staging);
+    removeTree(aside);
     const FolderGuard temp{makeTempDir()};
     const QString name = u"game"_s, label = u"the game"_s, file = u"game.zip"_s;
     const QString zip = co_await download(name, label, url, file, temp.path);
 
     setState(AppState::settingUp(u"unpacking the game"_s));
-    const QString base = EngineManager::base();
-    const QString staging = base + u"/GameStaging"_s;
     // Whatever happens, no half-unpacked copy stays behind; after the move it is gone anyway.
     const FolderGuard stagingGuard{staging};
     co_await RepoDownloader::unzip(zip, staging, m_log);
     if (!ProjectInspector::findProjectRoot(staging))
         throw ProcessFailure(u"The downloaded game has no project.godot file."_s);
-    const QString game = base + u"/Game"_s;
-    QDir(game).removeRecursively();
-    if (!QDir().rename(staging, game))
+    // Only now, and before the swap: the marker records the old game's import, and
+    // must never stand beside another game.
+    if (!removeTree(markerPath()))
         throw PlatformError(PlatformError::Kind::FileSystem,
-                            u"Could not move the unpacked game to \u201c"_s + game + u"\u201d."_s);
-    // Only now: a failed download or unpack must leave the old game's marker alone.
-    QFile::remove(markerPath());
+                            u"Could not remove the old import record \u201c"_s + markerPath() +
+                                u"\u201d."_s);
+    replaceByRename(staging, base + u"/Game"_s, aside, u"the game"_s);
     m_log->append(u"Game unpacked."_s);
 }
 
@@ -125,8 +133,11 @@ QCoro::Task<void> AppModel::downloadEngine(EngineSpec spec)
         throw ProcessFailure(u"Bad engine address."_s);
     const QString label = u"Godot "_s + spec.version;
     setState(AppState::downloading(u"checksum for "_s + label));
-    const QString expected =
-        co_await EngineManager::expectedChecksum(spec, m_config.engineEndpoint);
+    m_checksumFetch = std::make_shared<FetchHandle>();
+    if (m_cancelRequested)
+        m_checksumFetch->cancel();
+    const QString expected = co_await EngineManager::expectedChecksum(
+        spec, m_config.engineEndpoint, m_config.downloadIdleTimeout, m_checksumFetch);
 
     const FolderGuard temp{makeTempDir()};
     const QString zip = co_await download(spec.zipName, label, url, spec.zipName, temp.path);
@@ -163,7 +174,7 @@ QCoro::Task<void> AppModel::importProject(QString exe, EngineSpec spec, QString 
     // A cancel that came before the engine started must not start it at all.
     if (m_cancelRequested)
         throw ProcessFailure(u"Setup was cancelled."_s);
-    auto box = std::make_shared<ProcessBox>();
+    auto box = std::make_shared<ProcessBox>(m_config.stopGrace);
     m_setupBox = box;
 
     std::unique_ptr<ImportWatcher> watcher;
@@ -183,6 +194,8 @@ QCoro::Task<void> AppModel::importProject(QString exe, EngineSpec spec, QString 
     // The exit status is not consulted: an editor closed by the watcher ends by a
     // signal, and that is a success. The files decide.
     if (EngineManager::importIsComplete(root)) {
+        // Whatever stands at the marker's place (a folder, say) would make it unwritable.
+        removeTree(markerPath());
         QFile marker(markerPath());
         if (!marker.open(QIODevice::WriteOnly | QIODevice::Truncate))
             qWarning("Could not write the import marker: %s", qPrintable(marker.errorString()));

@@ -22,5 +22,7 @@ public:
     QCoro::Task<int> run(QString engine, QStringList args, LogStore *log);
 
     std::shared_ptr<ProcessBox> box;
+    // What each run's box gives the game between the terminate request and the kill.
+    std::chrono::milliseconds stopGrace = ProcessBox::defaultGrace;
     std::optional<Clock::time_point> startedAt;
 };

@@ -58,24 +58,43 @@ void LogStore::push(Op op)
     {
         QMutexLocker locker(&m_mutex);
         first = m_queue.empty();
+        m_queuedChars += op.text.size();
         m_queue.push_back(std::move(op));
-        if (m_queue.size() > size_t(2 * maxLines))
+        if (m_queue.size() > size_t(2 * maxLines) || m_queuedChars > 2 * maxChars)
             compactQueue();
     }
     if (first)
         QMetaObject::invokeMethod(this, &LogStore::drain, Qt::QueuedConnection);
 }
 
+namespace {
+// Where the newest lines of [from, end) that fit both bounds begin; at least one line.
+template <typename It> It newestThatFit(It from, It end, qsizetype *chars)
+{
+    qsizetype count = 0;
+    *chars = 0;
+    for (It it = end; it != from;) {
+        const qsizetype size = std::prev(it)->text.size();
+        if (count == LogStore::maxLines || (count > 0 && *chars + size > LogStore::maxChars))
+            return it;
+        --it;
+        ++count;
+        *chars += size;
+    }
+    return from;
+}
+} // namespace
+
 // A GUI thread that falls behind must not let the queue grow without bound. Lines
-// that the cap would drop anyway, and everything before the last clear, can go now.
+// that the caps would drop anyway, and everything before the last clear, can go now.
 void LogStore::compactQueue()
 {
     auto lastClear =
         std::find_if(m_queue.rbegin(), m_queue.rend(), [](const Op &op) { return op.clear; });
-    const auto keepFrom = std::max(
-        m_queue.end() - maxLines, lastClear == m_queue.rend() ? m_queue.begin() : lastClear.base());
+    const auto afterClear = lastClear == m_queue.rend() ? m_queue.begin() : lastClear.base();
+    const auto keepFrom = newestThatFit(afterClear, m_queue.end(), &m_queuedChars);
     std::vector<Op> kept;
-    kept.reserve(size_t(maxLines) + 1);
+    kept.reserve(size_t(std::distance(keepFrom, m_queue.end())) + 1);
     if (lastClear != m_queue.rend())
         kept.push_back(Op{true, {}});
     std::move(keepFrom, m_queue.end(), std::back_inserter(kept));
@@ -88,6 +107,7 @@ void LogStore::drain()
     {
         QMutexLocker locker(&m_mutex);
         batch.swap(m_queue);
+        m_queuedChars = 0;
     }
     if (batch.empty())
         return;
@@ -97,17 +117,25 @@ void LogStore::drain()
     for (auto it = batch.begin(); it != batch.end(); ++it) {
         if (it->clear) {
             m_lines.clear();
+            m_chars = 0;
             from = std::next(it);
         }
     }
-    const auto added = std::distance(from, batch.end());
-    if (added >= maxLines) {
+    qsizetype added = 0;
+    const auto keepFrom = newestThatFit(from, batch.end(), &added);
+    if (keepFrom != from) { // the batch alone fills the log
         m_lines.clear();
-        from = batch.end() - maxLines;
+        m_chars = 0;
     }
-    for (auto it = from; it != batch.end(); ++it)
+    for (auto it = keepFrom; it != batch.end(); ++it)
         m_lines.append(std::move(it->text));
-    if (m_lines.size() > maxLines)
-        m_lines.remove(0, m_lines.size() - maxLines);
+    m_chars += added;
+    qsizetype drop = 0;
+    qsizetype dropped = 0;
+    while (drop < m_lines.size() - 1 &&
+           (m_lines.size() - drop > maxLines || m_chars - dropped > maxChars))
+        dropped += m_lines[drop++].size();
+    m_lines.remove(0, drop);
+    m_chars -= dropped;
     Q_EMIT linesChanged();
 }

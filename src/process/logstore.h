@@ -10,7 +10,9 @@
  *
  * `append` and `clear` may be called from any thread; their effect always reaches
  * `lines` later, on the GUI thread, in call order. Only the newest `maxLines` lines
- * are kept, so a game that prints for hours cannot grow the launcher.
+ * are kept, and of those only as many of the newest as hold `maxChars` characters in
+ * all (the newest line always stays), so a game that prints for hours, or prints
+ * lines as long as a cut line can be, cannot grow the launcher.
  */
 class LogStore : public QObject
 {
@@ -19,6 +21,7 @@ class LogStore : public QObject
 
 public:
     static constexpr qsizetype maxLines = 3000;
+    static constexpr qsizetype maxChars = 4 * 1024 * 1024;
 
     explicit LogStore(QObject *parent = nullptr);
 
@@ -47,6 +50,8 @@ private:
     void compactQueue();
 
     QStringList m_lines;
+    qsizetype m_chars = 0; // in m_lines
     QMutex m_mutex;
-    std::vector<Op> m_queue; // guarded by m_mutex
+    std::vector<Op> m_queue;     // guarded by m_mutex
+    qsizetype m_queuedChars = 0; // guarded by m_mutex
 };

@@ -5,6 +5,9 @@
 
 #include <QCoroSignal>
 
+#include <sys/types.h>
+#include <unistd.h>
+
 namespace {
 // Gathers the two ways a run can end (it finished, or it never started) into one
 // signal that a coroutine can await.
@@ -58,13 +61,21 @@ QCoro::Task<int> runProcess(QString executable, QStringList arguments,
             end.end(true);
     });
 
+    // A group of its own, so that a stop reaches what the child starts in turn. Both
+    // sides set it: whichever runs first wins the race against an early stop.
+    process->setChildProcessModifier([] { ::setpgid(0, 0); });
+    raw->start(QIODevice::ReadOnly);
+    if (const qint64 pid = raw->processId(); pid > 0)
+        ::setpgid(pid_t(pid), pid_t(pid));
     if (box)
         box->setProcess(raw);
-    raw->start(QIODevice::ReadOnly);
     if (!end.ended)
         co_await qCoro(&end, &RunEnd::done);
 
     QObject::disconnect(raw, &QProcess::readyReadStandardOutput, nullptr, nullptr);
+    // The group id may be reused once the run is over: a late stop must not reach it.
+    if (box)
+        box->setProcess(nullptr);
     if (end.failedToStart)
         throw LaunchError(raw->errorString(), int(raw->error()));
 

@@ -15,8 +15,9 @@ using LineSink = std::function<void(const QString &line)>;
  *
  * No shell is involved and stdin is the null device. Every line reaches `onLine`
  * before the exit status is returned; a child killed by a signal reports the signal
- * number. Throws LaunchError when the program cannot be started. With a `box`, the
- * run can be stopped from elsewhere.
+ * number. Throws LaunchError when the program cannot be started. The child leads a
+ * process group of its own; with a `box`, the run (the whole group) can be stopped
+ * from elsewhere until it ends.
  */
 QCoro::Task<int> runProcess(QString executable, QStringList arguments,
                             std::shared_ptr<ProcessBox> box, LineSink onLine);

@@ -12,9 +12,12 @@
 #include <QtNumeric>
 
 #include <array>
+#include <cerrno>
 #include <cstring>
 #include <dirent.h>
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 using namespace Qt::StringLiterals;
 
@@ -93,16 +96,40 @@ std::optional<bool> isBelowZero(QStringView text)
     return negative && nonZero; // -0.0 is not below zero
 }
 
-// The file as UTF-8 text, or none when it cannot be read or is not valid UTF-8. A
-// byte order mark is dropped.
+// No project file, README or licence comes near this; a bigger one is not read.
+constexpr qint64 kMaxTextBytes = 4 * 1024 * 1024;
+
+// The file as UTF-8 text, or none when it cannot be read, is not valid UTF-8, is
+// larger than kMaxTextBytes or is anything but a regular file: a link (it could
+// lead out of the game, to /dev/zero or to a FIFO), a device or a FIFO would let an
+// archive make every start of the launcher hang. A byte order mark is dropped.
 std::optional<QString> readUtf8(const QString &path)
 {
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly))
+    // Non-blocking, so that opening a FIFO does not wait for a writer.
+    const int fd = ::open(QFile::encodeName(path).constData(),
+                          O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC | O_NOCTTY);
+    if (fd < 0)
         return std::nullopt;
-    const QByteArray bytes = file.readAll();
-    if (file.error() != QFileDevice::NoError)
+    const auto closeFile = qScopeGuard([fd] { ::close(fd); });
+    struct stat status;
+    if (::fstat(fd, &status) != 0 || !S_ISREG(status.st_mode) || status.st_size > kMaxTextBytes)
         return std::nullopt;
+    // The size may change while it is read: never take more than the bound.
+    QByteArray bytes(qsizetype(status.st_size) + 1, Qt::Uninitialized);
+    qsizetype got = 0;
+    while (got < bytes.size()) {
+        const ssize_t n = ::read(fd, bytes.data() + got, size_t(bytes.size() - got));
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n < 0)
+            return std::nullopt;
+        if (n == 0)
+            break;
+        got += n;
+    }
+    if (got > status.st_size)
+        return std::nullopt; // it grew: not a file to trust
+    bytes.truncate(got);
     QStringDecoder decoder(QStringDecoder::Utf8);
     QString text = decoder.decode(bytes);
     if (decoder.hasError())

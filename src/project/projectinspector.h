@@ -13,7 +13,9 @@
  *
  * Pure functions of the file system and their arguments, safe on any thread. None
  * of them fails: unreadable files (missing, no permission, not UTF-8) count as
- * absent. Text is compared by user-perceived characters, so a CR LF pair is one
+ * absent, and so does anything but a regular file of at most a few MiB (a link, a
+ * FIFO, a device, a huge file), so an archive cannot make a read hang or leave the
+ * game folder. Text is compared by user-perceived characters, so a CR LF pair is one
  * character and never a line break: a file with CR LF endings reads as one line.
  */
 namespace ProjectInspector {

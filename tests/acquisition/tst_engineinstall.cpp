@@ -6,8 +6,11 @@
 #include "testhttpserver.h"
 
 #include <QDir>
+#include <QElapsedTimer>
 #include <QFileInfo>
+#include <QNetworkReply>
 #include <QTest>
+#include <QTimer>
 
 using namespace Qt::StringLiterals;
 
@@ -62,6 +65,7 @@ private Q_SLOTS:
     void readsChecksumLists();
     void hashesLikeSha512sum_data();
     void hashesLikeSha512sum();
+    void installsAVerifiedEngine_data();
     void installsAVerifiedEngine();
     void refusesBadEngineDownloads_data();
     void refusesBadEngineDownloads();
@@ -119,10 +123,30 @@ void TestEngineInstall::hashesLikeSha512sum()
     QVERIFY_THROWS_EXCEPTION(PlatformError, EngineManager::sha512(env.root() + u"/missing"_s));
 }
 
+void TestEngineInstall::installsAVerifiedEngine_data()
+{
+    QTest::addColumn<QStringList>("clutter"); // below Engine/; "name=" a file, "name/" a folder
+    QTest::newRow("nothing there") << QStringList{};
+    QTest::newRow("files where the build and its staging belong")
+        << QStringList{u"4.3-stable="_s, u"4.3-stable.unpacking="_s};
+    QTest::newRow("old build and leftovers with names that are not UTF-8")
+        << QStringList{u"4.3-stable/"_s, u"4.3-stable.old/"_s, u"4.3-stable.unpacking/"_s};
+    QTest::newRow("a file where the engines' folder belongs") << QStringList{u"="_s};
+}
+
 void TestEngineInstall::installsAVerifiedEngine()
 {
+    QFETCH(QStringList, clutter);
     TestEnv env;
     TestHttpServer server;
+    const QString engines = env.base() + u"/Engine/"_s;
+    for (const QString &item : clutter) {
+        const QString path = engines + item.chopped(1);
+        if (item.endsWith(u'='))
+            TestEnv::writeFile(item == u"="_s ? env.base() + u"/Engine"_s : path, "in the way");
+        else
+            TestEnv::touchRaw(QFile::encodeName(path) + "/bad\xffname");
+    }
     const Release release = makeRelease(env);
     serveRelease(server, release.zip, (release.digest.toUpper() + u" *"_s + zipName).toUtf8());
 
@@ -168,12 +192,33 @@ void TestEngineInstall::refusesBadEngineDownloads_data()
     QTest::newRow("archive 404") << u"zip404"_s << u"The server answered with error 404."_s << true;
     QTest::newRow("archive reset mid-body") << u"zipReset"_s << u"~The download failed: "_s << true;
     QTest::newRow("corrupt archive with a matching digest")
-        << u"corrupt"_s << u"Unpacking the download failed (ditto exit 1)."_s << true;
+        << u"corrupt"_s << u"Unpacking the download failed (bsdtar exit 1)."_s << true;
     QTest::newRow("archive without an executable")
         << u"noExecutable"_s << u"The Godot app was not found after unpacking."_s << true;
     QTest::newRow("base folder blocked by a file")
         << u"blockedBase"_s << u"~Could not create the folder"_s << true;
     QTest::newRow("bad endpoint") << u"badEndpoint"_s << u"Bad engine address."_s << false;
+    QTest::newRow("list stalls")
+        << u"listStall"_s
+        << u"Could not get the engine checksum list: nothing arrived for 0.5 seconds."_s << false;
+    const QString tooLarge = u"The engine checksum list is larger than 1 MB, which no real list "
+                             u"is, so it was not read."_s;
+    QTest::newRow("endless list") << u"listEndless"_s << tooLarge << false;
+    QTest::newRow("list announced too large") << u"listLarge"_s << tooLarge << false;
+    QTest::newRow("nobody serves the list")
+        << u"listRefused"_s << u"Could not get the engine checksum list: Connection refused."_s
+        << false;
+    // The player's cancel ends any transfer at once, never as a stall.
+    QTest::newRow("cancel before the list")
+        << u"cancelBefore"_s << u"~Operation canceled"_s << false;
+    QTest::newRow("cancel while the list stalls")
+        << u"cancelList"_s << u"~Operation canceled"_s << false;
+    QTest::newRow("cancel while the archive drips")
+        << u"cancelArchive"_s << u"~Operation canceled"_s << true;
+    QTest::newRow("list redirect loop")
+        << u"listLoop"_s
+        << u"Could not get the engine checksum list: the server redirected it too many times."_s
+        << false;
 }
 
 void TestEngineInstall::refusesBadEngineDownloads()
@@ -198,12 +243,30 @@ void TestEngineInstall::refusesBadEngineDownloads()
         sums = (release.digest + u"  Godot_v4.3-stable_macos.universal.zip\n"_s).toUtf8();
     serveRelease(server, release.zip, sums);
     TestHttpServer::Route failing;
+    const QString list = u"/releases/4.3-stable/SHA512-SUMS.txt"_s;
     if (fault == u"list404" || fault == u"list500") {
         failing.status = fault == u"list404" ? 404 : 500;
-        server.setRoute(u"/releases/4.3-stable/SHA512-SUMS.txt"_s, failing);
+        server.setRoute(list, failing);
+    }
+    const bool stall = fault == u"listStall" || fault == u"cancelList";
+    if (stall || QStringList{u"listEndless"_s, u"listLarge"_s, u"listLoop"_s}.contains(fault)) {
+        failing.body = (stall ? QByteArray() : QByteArray(2 << 20, ' ')) + sums;
+        failing.stall = stall;
+        // A close-delimited body the server would go on with for ever, as far as
+        // the client can tell.
+        failing.sendLength = fault != u"listEndless";
+        failing.dripBytesPerChunk = fault == u"listEndless" ? 64 * 1024 : 0;
+        server.setRoute(list,
+                        fault == u"listLoop" ? TestHttpServer::redirect(list.toUtf8()) : failing);
     }
     if (fault == u"zip404") {
         failing.status = 404;
+        server.setRoute(u"/releases/4.3-stable/"_s + zipName, failing);
+    }
+    if (fault == u"cancelArchive") {
+        failing.body = QByteArray(1000000, 'x');
+        failing.dripBytesPerChunk = 1000;
+        failing.dripDelayMs = 50;
         server.setRoute(u"/releases/4.3-stable/"_s + zipName, failing);
     }
     if (fault == u"zipReset") {
@@ -222,10 +285,23 @@ void TestEngineInstall::refusesBadEngineDownloads()
     }
 
     AppModel::Config config = configFor(server);
+    config.downloadIdleTimeout = std::chrono::milliseconds(500);
     if (fault == u"badEndpoint")
         config.engineEndpoint = u"no address at all"_s;
+    if (fault == u"listRefused") {
+        TestHttpServer gone;
+        config.engineEndpoint = gone.url(u"/releases/"_s).toString();
+    }
+    if (fault == u"cancelList")
+        config.downloadIdleTimeout = std::chrono::milliseconds(20000);
     AppModel model(config);
-    auto outcome = runVoidTask(model.downloadEngine(spec), 30000);
+    if (fault == u"cancelBefore")
+        model.cancel();
+    QTimer::singleShot(500, &model, [&] {
+        if (fault.startsWith(u"cancel"))
+            model.cancel();
+    });
+    auto outcome = runVoidTask(model.downloadEngine(spec), 10000);
     QVERIFY(!outcome.ok());
     if (message.startsWith(u'~'))
         QVERIFY2(outcome.errorText().contains(message.mid(1)), qPrintable(outcome.errorText()));
@@ -242,8 +318,11 @@ void TestEngineInstall::refusesBadEngineDownloads()
         QCOMPARE(TestEnv::readFile(engine + u"/Godot_v4.3-stable_linux.x86_64"_s),
                  QByteArray("#!/bin/sh\n"));
     }
-    QTRY_VERIFY(!model.log()->lines().contains(u"Checksum OK (SHA-512)."_s) ||
-                fault == u"corrupt" || fault == u"noExecutable" || fault == u"blockedBase");
+    // Everything logged so far has arrived once this line has.
+    model.log()->append(u"end"_s);
+    QTRY_VERIFY(model.log()->lines().endsWith(u"end"_s));
+    QCOMPARE(model.log()->lines().contains(u"Checksum OK (SHA-512)."_s),
+             fault == u"corrupt" || fault == u"noExecutable" || fault == u"blockedBase");
 }
 
 QTEST_GUILESS_MAIN(TestEngineInstall)

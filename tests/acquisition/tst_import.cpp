@@ -1,7 +1,9 @@
 #include "acquisition/enginemanager.h"
+#include "acquisition/importwatcher.h"
 #include "app/appmodel.h"
 #include "coro.h"
 #include "process/processfailure.h"
+#include "process/runprocess.h"
 #include "testenv.h"
 
 #include <QDir>
@@ -62,7 +64,10 @@ private Q_SLOTS:
     void judgesByTheFiles();
     void closesTheGodot3EditorOnceSettled();
     void closesAnEditorThatNeverSettlesAtTheDeadline();
-    void cancelStopsTheEditor();
+    void watcherClosesOnlyWhenSettled_data();
+    void watcherClosesOnlyWhenSettled();
+    void cancelStopsSetup_data();
+    void cancelStopsSetup();
     void engineThatCannotStart();
     void realGodot3ImportsUnderXvfb();
 };
@@ -121,8 +126,6 @@ void TestImport::closesTheGodot3EditorOnceSettled()
     QVERIFY(QFileInfo::exists(env.base() + u"/imported.marker"_s));
     QTRY_VERIFY(model.log()->lines().contains(u"Import finished, closing the Godot editor."_s));
     QVERIFY(model.log()->lines().first().startsWith(u"Godot 3 prepares the game in its editor."_s));
-    // Three steady checks after the import completed, not before.
-    QVERIFY(clock.elapsed() >= 3 * 150);
 }
 
 void TestImport::closesAnEditorThatNeverSettlesAtTheDeadline()
@@ -140,20 +143,102 @@ void TestImport::closesAnEditorThatNeverSettlesAtTheDeadline()
     QVERIFY(clock.elapsed() >= 2400);
     QVERIFY(!model.log()->lines().contains(u"Import finished, closing the Godot editor."_s));
     // The files decide: the editor wrote every sidecar even though it never settled.
-    QCOMPARE(outcome.ok(), EngineManager::importIsComplete(root));
+    QVERIFY2(outcome.ok(), qPrintable(outcome.errorText()));
+    QVERIFY(QFileInfo::exists(env.base() + u"/imported.marker"_s));
 }
 
-void TestImport::cancelStopsTheEditor()
+void TestImport::watcherClosesOnlyWhenSettled_data()
 {
+    QTest::addColumn<bool>("complete");
+    QTest::addColumn<bool>("growing");
+    QTest::addColumn<bool>("settles");
+    QTest::newRow("complete and steady") << true << false << true;
+    QTest::newRow("complete but still growing") << true << true << false;
+    QTest::newRow("steady but a sidecar missing") << false << false << false;
+}
+
+// The editor is closed after the fourth check, the first three in a row that find
+// the import complete and the ".import" folder as it was; else at the deadline.
+void TestImport::watcherClosesOnlyWhenSettled()
+{
+    QFETCH(bool, complete);
+    QFETCH(bool, growing);
+    QFETCH(bool, settles);
+
+    TestEnv env;
+    const QString root = makeProject(env, 4, true);
+    TestEnv::writeFile(root + u"/.import/icon.png-1.stex"_s, "");
+    if (complete)
+        TestEnv::writeFile(root + u"/icon.png.import"_s, "[remap]\n");
+    int added = 0;
+    QTimer grow;
+    connect(&grow, &QTimer::timeout, this,
+            [&] { TestEnv::writeFile(root + u"/.import/more-"_s + QString::number(++added), ""); });
+    if (growing)
+        grow.start(100);
+
+    constexpr int interval = 300, deadline = 2400;
+    LogStore log;
+    auto box = std::make_shared<ProcessBox>();
+    const QString sleep = u"/bin/sleep"_s;
+    const QStringList thirty{u"30"_s};
+    QElapsedTimer clock;
+    clock.start();
+    ImportWatcher watcher(root, box, &log, std::chrono::milliseconds(interval),
+                          std::chrono::milliseconds(deadline));
+    auto outcome = runTask(runProcess(sleep, thirty, box, {}), 10000);
+    const qint64 elapsed = clock.elapsed();
+    QCOMPARE(*outcome.value, 15);
+    if (settles) {
+        QVERIFY2(elapsed >= 4 * interval - 60 && elapsed < 5 * interval - 30,
+                 qPrintable(QString::number(elapsed)));
+        QTRY_COMPARE(log.lines(), QStringList{u"Import finished, closing the Godot editor."_s});
+    } else {
+        QVERIFY2(elapsed >= deadline - 50, qPrintable(QString::number(elapsed)));
+        QTest::qWait(2 * interval); // a late check must not speak either
+        QVERIFY(log.lines().isEmpty());
+    }
+}
+
+void TestImport::cancelStopsSetup_data()
+{
+    QTest::addColumn<QString>("engine");    // a fake engine, or "stubborn"
+    QTest::addColumn<int>("cancelAfterMs"); // -1: before the step starts
+    QTest::newRow("editor that never settles") << u"godot3-never-finishes.sh"_s << 700;
+    QTest::newRow("before the engine starts") << u"godot3-never-finishes.sh"_s << -1;
+    QTest::newRow("editor that ignores the terminate request") << u"stubborn"_s << 700;
+}
+
+void TestImport::cancelStopsSetup()
+{
+    QFETCH(QString, engine);
+    QFETCH(int, cancelAfterMs);
     TestEnv env;
     const QString root = makeProject(env, 4);
     ScopedEnv step("FAKE_STEP_SECONDS", "0.03");
-    AppModel model(fastConfig());
-    QTimer::singleShot(700, &model, &AppModel::cancel);
-    auto outcome = runVoidTask(
-        model.importProject(fakeEngine(u"godot3-never-finishes.sh"_s), godot3, root), 30000);
+    QString exe = fakeEngine(engine);
+    if (engine == u"stubborn") {
+        exe = env.root() + u"/stubborn.sh"_s;
+        TestEnv::writeFile(
+            exe, "#!/bin/sh\ntrap '' TERM\necho stubborn\nwhile :; do sleep 0.05; done\n", true);
+    }
+    AppModel::Config config = fastConfig();
+    config.stopGrace = std::chrono::milliseconds(300);
+    AppModel model(config);
+    if (cancelAfterMs < 0)
+        model.cancel();
+    else
+        QTimer::singleShot(cancelAfterMs, &model, &AppModel::cancel);
+    QElapsedTimer clock;
+    clock.start();
+    auto outcome = runVoidTask(model.importProject(exe, godot3, root), 30000);
     QCOMPARE(outcome.errorText(), u"Setup was cancelled."_s);
+    QVERIFY(clock.elapsed() < 5000);
     QVERIFY(!QFileInfo::exists(env.base() + u"/imported.marker"_s));
+    model.log()->append(u"end"_s);
+    QTRY_VERIFY(model.log()->lines().endsWith(u"end"_s));
+    // A cancel before the start never runs the engine at all.
+    QCOMPARE(model.log()->lines().size() > 2, cancelAfterMs >= 0);
 }
 
 void TestImport::engineThatCannotStart()

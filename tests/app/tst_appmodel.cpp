@@ -246,6 +246,12 @@ void TestAppModel::byteCounts_data()
     QTest::newRow("GB two decimals") << qint64(1234567890) << u"1.23 GB"_s;
     QTest::newRow("GB trailing zero dropped") << qint64(1500000000) << u"1.5 GB"_s;
     QTest::newRow("TB") << qint64(2500000000000) << u"2.5 TB"_s;
+    // Ties round up on the decimal value, which a binary double cannot hold.
+    QTest::newRow("GB tie") << qint64(1015000000) << u"1.02 GB"_s;
+    QTest::newRow("TB tie") << qint64(1005000000000) << u"1.01 TB"_s;
+    QTest::newRow("MB tie") << qint64(1250000) << u"1.3 MB"_s;
+    QTest::newRow("just below a tie") << qint64(1014999999) << u"1.01 GB"_s;
+    QTest::newRow("rounds up into GB") << qint64(999950000) << u"1 GB"_s;
     QTest::newRow("negative") << qint64(-5) << u"-5 bytes"_s;
     QTest::newRow("largest") << std::numeric_limits<qint64>::max() << u"9.22 EB"_s;
     QTest::newRow("smallest") << std::numeric_limits<qint64>::min() << u"-9.22 EB"_s;

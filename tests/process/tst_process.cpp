@@ -7,9 +7,12 @@
 
 #include <QElapsedTimer>
 #include <QMutex>
+#include <QScopeGuard>
 #include <QSignalSpy>
 #include <QTest>
 #include <QThread>
+
+#include <csignal>
 
 using namespace Qt::StringLiterals;
 
@@ -42,6 +45,7 @@ private Q_SLOTS:
     void runsRealPrograms();
     void launchFailureThrowsWithoutLines_data();
     void launchFailureThrowsWithoutLines();
+    void stopEndsWithStatusAndMarksTheBox_data();
     void stopEndsWithStatusAndMarksTheBox();
     void stopBeforeStartFindsNoProcess();
     void gameRunnerAnnouncesAndRecords_data();
@@ -49,6 +53,8 @@ private Q_SLOTS:
     void logTrimsAndCaps_data();
     void logTrimsAndCaps();
     void logKeepsOrderAcrossThreadsAndClear();
+    void logCompactsAFlood_data();
+    void logCompactsAFlood();
     void logPostsEvenOnTheGuiThread();
 };
 
@@ -74,6 +80,28 @@ void TestProcess::splitsChunks_data()
         << QList<QByteArray>{"a\r\n"} << QStringList{u"a\r"_s} << QStringList{};
     QTest::newRow("line feed opens the next chunk")
         << QList<QByteArray>{"ab", "\ncd", "\n"} << QStringList{u"ab"_s, u"cd"_s} << QStringList{};
+    QTest::newRow("cut-off character is one replacement")
+        << QList<QByteArray>{euro.left(2) + "x\n\xf0\x9f\x98"} << QStringList{u"\ufffdx"_s}
+        << QStringList{u"\ufffd"_s};
+    QTest::newRow("surrogate and overlong bytes, one each")
+        << QList<QByteArray>{"\xed\xa0\x80\xc0\xaf\n"}
+        << QStringList{u"\ufffd\ufffd\ufffd\ufffd\ufffd"_s} << QStringList{};
+    QTest::newRow("byte order mark starting a line is kept")
+        << QList<QByteArray>{"\xef\xbb\xbf"
+                             "a\n\xef\xbb\xbf"}
+        << QStringList{u"\ufeffa"_s} << QStringList{u"\ufeff"_s};
+    const qsizetype max = LineSplitter::maxLineBytes;
+    QTest::newRow("endless line cut, rest goes on")
+        << QList<QByteArray>{QByteArray(max + 5, 'x'), "yz\n"}
+        << QStringList{QString(max, u'x'), u"xxxxxyz"_s} << QStringList{};
+    QTest::newRow("cut before a character that would not fit")
+        << QList<QByteArray>{QByteArray(max - 1, 'x') + euro + "\n"}
+        << QStringList{QString(max - 1, u'x'), u"\u20ac"_s} << QStringList{};
+    QTest::newRow("cut across chunks, pending stays bounded")
+        << QList<QByteArray>{QByteArray(max - 10, 'a'), QByteArray(max, 'b'), QByteArray(max, 'c')}
+        << QStringList{QString(max - 10, u'a') + QString(10, u'b'),
+                       QString(max - 10, u'b') + QString(10, u'c')}
+        << QStringList{QString(max - 10, u'c')};
 }
 
 void TestProcess::splitsChunks()
@@ -115,6 +143,10 @@ void TestProcess::runsRealPrograms_data()
         << QStringList{u"two  words"_s} << 0;
     QTest::newRow("killed by a signal reports the signal")
         << sh << QStringList{u"-c"_s, u"echo bye; kill -9 $$"_s} << QStringList{u"bye"_s} << 9;
+    QTest::newRow("a line without end is cut")
+        << sh << QStringList{u"-c"_s, u"head -c 150000 /dev/zero | tr '\\0' x; echo; echo end"_s}
+        << QStringList{QString(65536, u'x'), QString(65536, u'x'), QString(18928, u'x'), u"end"_s}
+        << 0;
     QTest::newRow("many lines all arrive before the status")
         << sh << QStringList{u"-c"_s, u"seq 1 20000 | tail -n 2"_s}
         << QStringList{u"19999"_s, u"20000"_s} << 0;
@@ -161,50 +193,70 @@ void TestProcess::launchFailureThrowsWithoutLines()
     QVERIFY(!box->isStopped());
 }
 
+void TestProcess::stopEndsWithStatusAndMarksTheBox_data()
+{
+    QTest::addColumn<QString>("script"); // prints "ready <pid of a grandchild, if any>"
+    QTest::addColumn<int>("status");
+    QTest::addColumn<QStringList>("lines"); // after "ready"
+    QTest::addColumn<bool>("needsKill");
+
+    // The trap proves the child got a polite SIGTERM and could still print.
+    QTest::newRow("trap prints and exits")
+        << u"trap 'echo bye; exit 143' TERM; echo ready; while :; do sleep 0.05 & wait; done"_s
+        << 143 << QStringList{u"bye"_s} << false;
+    QTest::newRow("dies of the signal")
+        << u"echo ready; exec sleep 30"_s << 15 << QStringList{} << false;
+    QTest::newRow("ignores the signal")
+        << u"trap '' TERM; echo ready; while :; do sleep 0.05; done"_s << 9 << QStringList{}
+        << true;
+    // The wrapper dies at once; only the group's kill reaches the engine it started.
+    QTest::newRow("grandchild ignores the signal")
+        << u"sh -c 'trap \"\" TERM; while :; do sleep 0.05; done' & echo ready $!; wait"_s << 15
+        << QStringList{} << true;
+}
+
 void TestProcess::stopEndsWithStatusAndMarksTheBox()
 {
+    QFETCH(QString, script);
+    QFETCH(int, status);
+    QFETCH(QStringList, lines);
+    QFETCH(bool, needsKill);
+
     Collector collector;
-    auto box = std::make_shared<ProcessBox>();
-    QElapsedTimer clock;
-    clock.start();
-    // The trap proves the child got a polite SIGTERM and could still print.
-    const QStringList args{u"-c"_s, u"trap 'echo bye; exit 143' TERM; echo ready; "
-                                    u"while :; do sleep 0.05; done"_s};
+    constexpr std::chrono::milliseconds grace{400};
+    auto box = std::make_shared<ProcessBox>(grace);
+    const QStringList args{u"-c"_s, script};
     bool done = false;
-    std::optional<int> status;
+    std::optional<int> result;
     // A named closure: the coroutine reads its captures after this statement.
     auto body = [&]() -> QCoro::Task<void> {
-        status = co_await runProcess(sh, args, box, collector.sink());
+        result = co_await runProcess(sh, args, box, collector.sink());
         done = true;
     };
     auto task = body();
-    QTRY_VERIFY_WITH_TIMEOUT(
-        [&] {
-            QMutexLocker locker(&collector.mutex);
-            return collector.lines.contains(u"ready"_s);
-        }(),
-        5000);
+    auto firstLine = [&] {
+        QMutexLocker locker(&collector.mutex);
+        return collector.lines.value(0);
+    };
+    QTRY_VERIFY_WITH_TIMEOUT(firstLine().startsWith(u"ready"_s), 5000);
+    const pid_t grandchild = firstLine().section(u' ', 1).toInt();
+    // Whatever fails below, no child outlives the test.
+    const auto reap = qScopeGuard([grandchild] {
+        if (grandchild > 0)
+            ::kill(grandchild, SIGKILL);
+    });
+    QElapsedTimer clock;
+    clock.start();
     box->stop();
     QTRY_VERIFY_WITH_TIMEOUT(done, 5000);
-    QCOMPARE(*status, 143);
+    QCOMPARE(*result, status);
     QVERIFY(box->isStopped());
-    QCOMPARE(collector.lines, (QStringList{u"ready"_s, u"bye"_s}));
-
-    // A plain sleep dies of the signal itself: status 15.
-    auto sleepBox = std::make_shared<ProcessBox>();
-    done = false;
-    const QString sleep = u"/bin/sleep"_s;
-    const QStringList thirty{u"30"_s};
-    auto sleeperBody = [&]() -> QCoro::Task<void> {
-        status = co_await runProcess(sleep, thirty, sleepBox, collector.sink());
-        done = true;
-    };
-    auto sleeper = sleeperBody();
-    QTest::qWait(100);
-    sleepBox->stop();
-    QTRY_VERIFY_WITH_TIMEOUT(done, 5000);
-    QCOMPARE(*status, 15);
-    QVERIFY(clock.elapsed() < 20000);
+    QVERIFY2(collector.lines.mid(1) == lines, qPrintable(collector.lines.join(u'|')));
+    if (grandchild > 0)
+        QTRY_VERIFY_WITH_TIMEOUT(::kill(grandchild, 0) != 0, 5000);
+    // Killed only once the grace is over, and not much later.
+    QCOMPARE(clock.elapsed() >= grace.count() - 50, needsKill);
+    QVERIFY(clock.elapsed() < 3000);
 }
 
 void TestProcess::stopBeforeStartFindsNoProcess()
@@ -245,11 +297,13 @@ void TestProcess::gameRunnerAnnouncesAndRecords()
 
     LogStore store;
     GameRunner runner;
+    runner.stopGrace = std::chrono::milliseconds(123);
     QVERIFY(!runner.box && !runner.startedAt);
     const auto before = GameRunner::Clock::now();
     auto outcome = runTask(runner.run(engine, args, &store));
     QCOMPARE(outcome.ok(), launches);
     QVERIFY(runner.box);
+    QCOMPARE(runner.box->grace(), std::chrono::milliseconds(123));
     QVERIFY(runner.startedAt && *runner.startedAt >= before);
     QTRY_COMPARE(store.lines(), log);
 }
@@ -324,6 +378,53 @@ void TestProcess::logKeepsOrderAcrossThreadsAndClear()
     store.clear();
     QTRY_COMPARE(changed.count(), 1);
     QVERIFY(store.lines().isEmpty());
+}
+
+void TestProcess::logCompactsAFlood_data()
+{
+    QTest::addColumn<int>("before"); // lines before the clear; -1: no clear
+    QTest::addColumn<int>("after");
+    QTest::addColumn<int>("width"); // of each line after the clear; 0: as short as can be
+    QTest::addColumn<int>("kept");  // the newest lines that stay
+
+    QTest::newRow("flood keeps the newest") << -1 << 20000 << 0 << 3000;
+    QTest::newRow("clear inside a flood") << 20000 << 10 << 0 << 10;
+    QTest::newRow("flood after a clear") << 10 << 20000 << 0 << 3000;
+    QTest::newRow("long lines: the newest within the character bound")
+        << -1 << 200 << 64 * 1024 << 64;
+}
+
+// A writer thread floods while the GUI thread does not turn: the queue must stay
+// bounded and still give exactly what draining everything would have given.
+void TestProcess::logCompactsAFlood()
+{
+    QFETCH(int, before);
+    QFETCH(int, after);
+    QFETCH(int, width);
+    QFETCH(int, kept);
+    auto line = [width](int i) {
+        return QString(u"a"_s + QString::number(i)).leftJustified(width, u'.');
+    };
+
+    LogStore store;
+    store.append(u"older"_s);
+    QSignalSpy changed(&store, &LogStore::linesChanged);
+    std::unique_ptr<QThread> writer(QThread::create([&] {
+        for (int i = 0; i < before; ++i)
+            store.append(u"b"_s + QString::number(i));
+        if (before >= 0)
+            store.clear();
+        for (int i = 0; i < after; ++i)
+            store.append(line(i));
+    }));
+    writer->start();
+    QVERIFY(writer->wait(20000));
+    QStringList expected;
+    for (int i = after - kept; i < after; ++i)
+        expected.append(line(i));
+    QTRY_COMPARE(store.lines(), expected);
+    // One batch, one notification: the flood cost one event, not one per line.
+    QCOMPARE(changed.count(), 1);
 }
 
 void TestProcess::logPostsEvenOnTheGuiThread()

@@ -5,12 +5,15 @@
 #include <QTemporaryDir>
 #include <QTest>
 
+#include <sys/stat.h>
+
 using namespace Qt::StringLiterals;
 
 namespace {
 
 // Builds a tree below `base`: "a/" is a folder, "a" an empty file, "a=text" a file
-// with that text ("<not UTF-8>" writes bytes that are not), "a->target" a link.
+// with that text ("<not UTF-8>" writes bytes that are not, "<fifo>" makes a FIFO,
+// "<huge>" a valid text file of 5 MiB), "a->target" a link.
 void build(const QString &base, const QStringList &entries)
 {
     for (const QString &entry : entries) {
@@ -23,11 +26,15 @@ void build(const QString &base, const QStringList &entries)
         QVERIFY(QDir().mkpath(entry.endsWith(u'/') ? path : QFileInfo(path).path()));
         if (arrow > 0) {
             QVERIFY(QFile::link(entry.sliced(arrow + 2), path));
+        } else if (entry.endsWith(u"=<fifo>"_s)) {
+            QCOMPARE(::mkfifo(QFile::encodeName(path).constData(), 0600), 0);
         } else if (!entry.endsWith(u'/')) {
             QFile file(path);
             QVERIFY(file.open(QIODevice::WriteOnly));
             const QString text = equals > 0 ? entry.sliced(equals + 1) : QString();
             file.write(text == u"<not UTF-8>"_s ? QByteArray("\xff\xfe") : text.toUtf8());
+            if (text == u"<huge>"_s)
+                QVERIFY(file.resize(5 * 1024 * 1024));
         }
     }
 }
@@ -139,6 +146,14 @@ void TestProject::inspectsSettings_data()
                                 << qint64(4) << QString();
     QTest::newRow("not UTF-8") << QByteArray("config_version=5\nconfig/name=\"\xff\"\n") << zorbit
                                << qint64(4) << QString();
+    // Files an archive can make that would hang a read or lead out of the game: absent.
+    QTest::newRow("link to /dev/zero")
+        << QByteArray("->/dev/zero") << zorbit << qint64(4) << QString();
+    QTest::newRow("link to a project outside")
+        << QByteArray("->" VANTRO_TEST_DATA_DIR "/project/godot4/project.godot") << zorbit
+        << qint64(4) << QString();
+    QTest::newRow("FIFO") << QByteArray("=<fifo>") << zorbit << qint64(4) << QString();
+    QTest::newRow("enormous") << QByteArray("=<huge>") << zorbit << qint64(4) << QString();
     const QList<std::pair<const char *, qint64>> versions{
         {"5", 5}, {"abc", 4}, {"", 4}, {"+5", 5}, {"-3", -3}, {" 5", 4}, {"9223372036854775808", 4},
     };
@@ -157,7 +172,9 @@ void TestProject::inspectsSettings()
 
     QTemporaryDir dir;
     QFile project(dir.path() + u"/project.godot"_s);
-    if (!file.isNull())
+    if (file.startsWith("->") || file.startsWith("=<"))
+        build(dir.path(), {u"project.godot"_s + QString::fromUtf8(file)});
+    else if (!file.isNull())
         QVERIFY(project.open(QIODevice::WriteOnly) && project.write(file) == file.size());
     project.close();
 
@@ -438,6 +455,19 @@ void TestProject::readsNearRoot_data()
                        u"repo/game/LICENSE.md=<not UTF-8>"_s,
                        u"repo/game/COPYING=GNU GENERAL PUBLIC LICENSE"_s}
         << u"x"_s << u"GNU GPL"_s;
+    QTest::newRow("links, FIFOs and enormous files do not")
+        << QStringList{u"repo/game/README.md->/dev/zero"_s,
+                       u"repo/game/readme.md=<fifo>"_s,
+                       u"repo/game/README=<huge>"_s,
+                       u"repo/outside.txt=outside"_s,
+                       u"repo/game/README.txt->../outside.txt"_s,
+                       u"repo/README.md=top"_s,
+                       u"repo/game/LICENSE->/dev/zero"_s,
+                       u"repo/game/LICENSE.md=<fifo>"_s,
+                       u"repo/game/LICENSE.txt=<huge>"_s,
+                       u"repo/game/COPYING->../LICENSE"_s,
+                       u"repo/LICENSE="_s + apache}
+        << u"top"_s << u"Apache License 2.0"_s;
     QTest::newRow("phrase table order, not file order")
         << QStringList{u"repo/LICENSE="_s + apache + u'\n' + mit} << QString() << u"MIT License"_s;
     QTest::newRow("Apache") << QStringList{u"repo/LICENSE="_s + apache} << QString()

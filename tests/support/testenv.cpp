@@ -7,6 +7,9 @@
 #include <QSettings>
 #include <QTest>
 
+#include <fcntl.h>
+#include <unistd.h>
+
 using namespace Qt::StringLiterals;
 
 TestEnv::TestEnv()
@@ -50,16 +53,33 @@ void TestEnv::writeFile(const QString &path, const QByteArray &content, bool exe
                             QFileDevice::ExeOther);
 }
 
+void TestEnv::touchRaw(const QByteArray &path)
+{
+    QDir().mkpath(QFile::decodeName(path.left(path.lastIndexOf('/'))));
+    const int fd = ::open(path.constData(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+    if (fd < 0)
+        qFatal("cannot write %s", path.constData());
+    ::close(fd);
+}
+
 QByteArray TestEnv::readFile(const QString &path)
 {
     QFile file(path);
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
 
-static void runTool(const QString &program, const QStringList &arguments, const QString &workDir)
+static void runTool(const QString &program, const QStringList &arguments, const QString &workDir,
+                    bool rawNames = false)
 {
     QProcess tool;
     tool.setWorkingDirectory(workDir);
+    // In the C locale names are stored as the bytes given, without the zip's UTF-8
+    // flag, as old archivers do; bytes that are not UTF-8 then reach the unpacker.
+    if (rawNames) {
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(u"LC_ALL"_s, u"C"_s);
+        tool.setProcessEnvironment(environment);
+    }
     tool.start(program, arguments);
     if (!tool.waitForFinished(60000) || tool.exitCode() != 0)
         qFatal("%s failed: %s", qPrintable(program), tool.readAllStandardError().constData());
@@ -77,8 +97,8 @@ void TestEnv::zipMtree(const QString &mtree, const QString &workDir, const QStri
     writeFile(workDir + u"/entries.mtree"_s, mtree.toUtf8());
     QFile::remove(zip);
     runTool(u"/usr/bin/bsdtar"_s,
-            {u"-c"_s, u"--format"_s, u"zip"_s, u"-P"_s, u"-f"_s, zip, u"@entries.mtree"_s},
-            workDir);
+            {u"-c"_s, u"--format"_s, u"zip"_s, u"-P"_s, u"-f"_s, zip, u"@entries.mtree"_s}, workDir,
+            true);
 }
 
 QString TestEnv::toolOutput(const QString &program, const QStringList &arguments)

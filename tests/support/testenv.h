@@ -24,6 +24,9 @@ public:
 
     static void writeFile(const QString &path, const QByteArray &content, bool executable = false);
     static QByteArray readFile(const QString &path);
+    /** Makes an empty file at a path given as bytes (which need not be UTF-8), and
+     *  the folders above it. */
+    static void touchRaw(const QByteArray &path);
     /** Zips the content of `folder` with the real bsdtar; fails the test on error. */
     static void zipFolder(const QString &folder, const QString &zip);
     /** Zips entries described in mtree form (links, ".." names) that a real folder
