@@ -171,7 +171,7 @@ QString AppModel::savesURL() const
 
 bool AppModel::isImported(const QString &root) const
 {
-    return QFileInfo::exists(markerPath()) && EngineManager::importIsComplete(root);
+    return QFileInfo(markerPath()).isFile() && EngineManager::importIsComplete(root);
 }
 
 void AppModel::refreshFromDisk()

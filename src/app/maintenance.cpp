@@ -91,7 +91,7 @@ void AppModel::updateGame()
         return;
     const QString base = EngineManager::base();
     removeTree(markerPath());
-    removeAside(base + u"/Game"_s, base + u"/GameOld"_s);
+    removeAside(base + u"/Game"_s, base + u"/Game.old"_s);
     setInfo(std::nullopt);
     // Cleared with the rest by play(), in call order: the notice belongs to the old run.
     m_log->append(u"Updating the game. Save files are kept (Godot stores them outside this "
@@ -104,7 +104,7 @@ void AppModel::reinstall()
     if (!maintenanceAllowed())
         return;
     const QString base = EngineManager::base();
-    removeAside(base + u"/Game"_s, base + u"/GameOld"_s);
+    removeAside(base + u"/Game"_s, base + u"/Game.old"_s);
     removeAside(base + u"/Engine"_s, base + u"/Engine.old"_s);
     removeTree(markerPath());
     setInfo(std::nullopt);

@@ -226,7 +226,8 @@ void AppModel::cleanLeftovers()
     // places belongs to a run that is over.
     const QString base = EngineManager::base();
     removeTree(base + u"/GameStaging"_s);
-    removeTree(base + u"/GameOld"_s);
+    removeTree(base + u"/Game.old"_s);
+    removeTree(base + u"/Engine.old"_s);
     removeTree(base + u".old"_s);
     const QDir engines(base + u"/Engine"_s);
     for (const QString &entry :

@@ -5,6 +5,9 @@
 
 #include <QCoroSignal>
 
+#include <csignal>
+#include <sys/prctl.h>
+
 #include <sys/types.h>
 #include <unistd.h>
 
@@ -63,7 +66,12 @@ QCoro::Task<int> runProcess(QString executable, QStringList arguments,
 
     // A group of its own, so that a stop reaches what the child starts in turn. Both
     // sides set it: whichever runs first wins the race against an early stop.
-    process->setChildProcessModifier([] { ::setpgid(0, 0); });
+    // The child also dies with the launcher, however the launcher dies: an orphaned
+    // unpack or import must never write into what the next run sets up.
+    process->setChildProcessModifier([] {
+        ::setpgid(0, 0);
+        ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+    });
     raw->start(QIODevice::ReadOnly);
     if (const qint64 pid = raw->processId(); pid > 0)
         ::setpgid(pid_t(pid), pid_t(pid));
