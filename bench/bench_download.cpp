@@ -3,6 +3,7 @@
 // launcher's memory grows while the body streams to disk.
 #include "acquisition/filedownloader.h"
 #include "coro.h"
+#include "rssgrowth.h"
 #include "testhttpserver.h"
 
 #include <QCoreApplication>
@@ -58,70 +59,6 @@ void verify(const QString &source, const QString &copy, const char *who)
         throw Failure{QString::fromLatin1(who) + u" wrote other bytes than the server sent"_s};
     QFile::remove(copy);
 }
-
-// A field of /proc/self/status in kB, read without allocating: the sampler below runs
-// it on a thread of its own while the download allocates.
-qint64 statusKb(const char *field)
-{
-    const int fd = ::open("/proc/self/status", O_RDONLY | O_CLOEXEC);
-    if (fd < 0)
-        return -1;
-    char text[8192];
-    const ssize_t n = ::read(fd, text, sizeof text - 1);
-    ::close(fd);
-    if (n <= 0)
-        return -1;
-    text[n] = '\0';
-    const char *line = std::strstr(text, field);
-    return line ? std::strtoll(line + std::strlen(field), nullptr, 10) : -1;
-}
-
-// The growth of the resident set over a stretch of the run. Where the kernel allows
-// it, VmHWM is reset to the current size first, so the peak is exact and nothing
-// competes with the download for the CPU; elsewhere VmRSS is sampled every
-// millisecond. The in-process server adds next to nothing: it
-// streams with sendfile() from a few kB of stack per connection.
-class RssGrowth
-{
-public:
-    RssGrowth()
-    {
-        m_baseKb = statusKb("VmRSS:");
-        QFile clear(u"/proc/self/clear_refs"_s);
-        m_exact = clear.open(QIODevice::WriteOnly) && clear.write("5") == 1;
-        m_peakKb = m_baseKb;
-        if (m_exact)
-            return;
-        m_sampler = std::thread([this] {
-            while (!m_stop.load(std::memory_order_relaxed)) {
-                m_peakKb = std::max(m_peakKb.load(), statusKb("VmRSS:"));
-                std::this_thread::sleep_for(std::chrono::milliseconds(1));
-            }
-        });
-    }
-    ~RssGrowth() { stop(); }
-
-    double stopMb()
-    {
-        stop();
-        const qint64 peak = std::max(m_peakKb.load(), m_exact ? statusKb("VmHWM:") : 0);
-        return double(peak - m_baseKb) / 1024.0;
-    }
-
-private:
-    void stop()
-    {
-        m_stop = true;
-        if (m_sampler.joinable())
-            m_sampler.join();
-    }
-
-    qint64 m_baseKb = 0;
-    bool m_exact = false;
-    std::atomic<qint64> m_peakKb{0};
-    std::atomic<bool> m_stop{false};
-    std::thread m_sampler;
-};
 
 struct Run
 {
