@@ -10,8 +10,9 @@ packages=(
   qml6-module-qtquick qml6-module-qtquick-controls qml6-module-qtquick-layouts
   qml6-module-qtquick-templates qml6-module-qtquick-window qml6-module-qtquick-dialogs
   qml6-module-qtqml-workerscript qml6-module-qtqml qml6-module-qttest
-  libssl-dev libarchive-tools fonts-dejavu-core
+  libqt6svg6 libssl-dev libarchive-tools fonts-dejavu-core
   curl openssl xvfb xauth
+  # libqt6svg6 draws the windows' SVG symbols.
   # The real Godot 3 editor, for the end-to-end import test.
   godot3
 )
