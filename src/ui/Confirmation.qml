@@ -5,9 +5,11 @@ import QtQuick.Controls
 // closes it.
 Dialog {
     id: question
-    property alias message: messageText.text
+    property string message
     property alias confirmText: confirmButton.text
     property alias cancelText: cancelButton.text
+    // The confirming button's role, for the reader: DialogButtonBox.AcceptRole or
+    // DestructiveRole. The other button always cancels.
     property int confirmRole: DialogButtonBox.AcceptRole
     // Which button Return presses when the question opens.
     property bool confirmIsDefault: true
@@ -16,33 +18,40 @@ Dialog {
 
     modal: true
     anchors.centerIn: parent
-    width: Math.min(parent ? parent.width - 40 : 400, 400)
+    width: 360
     closePolicy: Popup.CloseOnEscape
     onOpened: (confirmIsDefault ? confirmButton : cancelButton).forceActiveFocus()
     onRejected: declined()
 
-    Label {
-        id: messageText
-        width: parent.width
+    contentItem: Label {
+        text: question.message
         wrapMode: Text.WordWrap
     }
 
-    footer: DialogButtonBox {
-        VButton {
-            id: confirmButton
-            DialogButtonBox.buttonRole: question.confirmRole
-            onClicked: {
-                question.close();
-                question.confirmed();
+    // A plain row: DialogButtonBox loops over its implicit height in Qt 6.4 when
+    // the message wraps.
+    footer: Item {
+        implicitHeight: buttons.implicitHeight + 24
+        Row {
+            id: buttons
+            anchors.right: parent.right
+            anchors.rightMargin: 12
+            anchors.verticalCenter: parent.verticalCenter
+            spacing: 8
+            VButton {
+                id: confirmButton
+                onClicked: {
+                    question.close();
+                    question.confirmed();
+                }
             }
-        }
-        VButton {
-            id: cancelButton
-            text: "Cancel"
-            DialogButtonBox.buttonRole: DialogButtonBox.RejectRole
-            onClicked: {
-                question.close();
-                question.declined();
+            VButton {
+                id: cancelButton
+                text: "Cancel"
+                onClicked: {
+                    question.close();
+                    question.declined();
+                }
             }
         }
     }

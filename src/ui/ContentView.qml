@@ -124,9 +124,9 @@ ScrollView {
                 text: AppModel.playTitle
                 icon.source: "play.svg"
                 // Filled with the accent colour: the one thing to press on this window.
-                palette.button: palette.highlight
-                palette.buttonText: palette.highlightedText
-                icon.color: palette.highlightedText
+                palette.button: view.palette.highlight
+                palette.buttonText: view.palette.highlightedText
+                icon.color: view.palette.highlightedText
                 width: 240
                 height: 44
                 font.pointSize: view.baseSize * 1.6

@@ -1,5 +1,6 @@
 import QtQuick
 import QtQuick.Controls
+import Vantro
 
 // The report of a game that ended badly, to read and to copy.
 Rectangle {

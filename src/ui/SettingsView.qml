@@ -46,7 +46,7 @@ Sheet {
                 model: AppModel.resolutionChoices
                 currentIndex: AppModel.resolutionChoices.indexOf(AppModel.resolution)
                 enabled: !AppModel.fullscreen
-                Accessible.name: resolutionTitle.text + ": " + displayText
+                Accessible.name: resolutionTitle.text
                 onActivated: index => AppModel.resolution = AppModel.resolutionChoices[index]
             }
         }
