@@ -3,14 +3,10 @@
 #include "app/appmodel.h"
 #include "process/logstore.h"
 
-#include <QTextBlock>
-#include <QTextCursor>
-#include <QTextDocument>
-
 using namespace Qt::StringLiterals;
 
 namespace {
-// About one frame at 60 Hz: the text changes at most this often however fast the
+// About one frame at 60 Hz: the list changes at most this often however fast the
 // log fills.
 constexpr int frameMs = 16;
 
@@ -35,7 +31,7 @@ qsizetype droppedFront(const QStringList &shown, const QStringList &lines)
 }
 } // namespace
 
-LogText::LogText(QObject *parent) : QObject(parent)
+LogText::LogText(QObject *parent) : QAbstractListModel(parent)
 {
     m_frame.setSingleShot(true);
     m_frame.setInterval(frameMs);
@@ -60,23 +56,21 @@ void LogText::setLog(LogStore *log)
     update();
 }
 
-void LogText::setTarget(QObject *target)
+QString LogText::shownText() const
 {
-    if (m_target == target)
-        return;
-    m_target = target;
-    // QQuickTextEdit owns its document as a child; reaching it this way spares the
-    // core a dependency on Qt Quick.
-    m_document = target ? target->findChild<QTextDocument *>() : nullptr;
-    m_shown.clear();
-    m_showsEmptyText = false;
-    Q_EMIT targetChanged();
-    if (m_document) {
-        // The edits below would otherwise pile up in the undo stack for as long as
-        // the window is open.
-        m_document->setUndoRedoEnabled(false);
-        replaceAll(m_document);
-    }
+    return m_shown.isEmpty() ? emptyText() : m_shown.join(u'\n');
+}
+
+int LogText::rowCount(const QModelIndex &parent) const
+{
+    return parent.isValid() ? 0 : int(m_shown.size());
+}
+
+QVariant LogText::data(const QModelIndex &index, int role) const
+{
+    if (role != Qt::DisplayRole || !index.isValid() || index.row() >= m_shown.size())
+        return {};
+    return m_shown.at(index.row());
 }
 
 QString LogText::joined() const
@@ -95,47 +89,34 @@ void LogText::schedule()
         m_frame.start();
 }
 
-void LogText::replaceAll(QTextDocument *document)
-{
-    m_shown = m_log ? m_log->lines() : QStringList();
-    m_showsEmptyText = m_shown.isEmpty();
-    document->setPlainText(m_showsEmptyText ? emptyText() : m_shown.join(u'\n'));
-}
-
 void LogText::update()
 {
     m_frame.stop();
-    QTextDocument *document = m_document;
-    if (!document)
-        return;
     const QStringList lines = m_log ? m_log->lines() : QStringList();
-    if (lines.isEmpty() || m_showsEmptyText) {
-        if (!(lines.isEmpty() && m_showsEmptyText))
-            replaceAll(document);
-        return;
-    }
-    const qsizetype dropped = droppedFront(m_shown, lines);
+    const bool wasEmpty = m_shown.isEmpty();
+    const qsizetype dropped = m_shown.isEmpty() ? -1 : droppedFront(m_shown, lines);
     if (dropped < 0) {
-        replaceAll(document);
-        return;
+        if (wasEmpty && lines.isEmpty())
+            return;
+        beginResetModel();
+        m_shown = lines;
+        endResetModel();
+    } else {
+        const qsizetype kept = m_shown.size() - dropped;
+        if (dropped == 0 && kept == lines.size())
+            return;
+        if (dropped > 0) {
+            beginRemoveRows({}, 0, int(dropped - 1));
+            m_shown.remove(0, dropped);
+            endRemoveRows();
+        }
+        if (kept < lines.size()) {
+            beginInsertRows({}, int(kept), int(lines.size() - 1));
+            m_shown = lines;
+            endInsertRows();
+        }
     }
-    const qsizetype kept = m_shown.size() - dropped;
-    if (dropped == 0 && kept == lines.size())
-        return;
-
-    QTextCursor cursor(document);
-    cursor.beginEditBlock();
-    if (dropped > 0) {
-        // The dropped lines and the line feed after the last of them.
-        cursor.movePosition(QTextCursor::Start);
-        cursor.setPosition(document->findBlockByNumber(int(dropped)).position(),
-                           QTextCursor::KeepAnchor);
-        cursor.removeSelectedText();
-    }
-    if (kept < lines.size()) {
-        cursor.movePosition(QTextCursor::End);
-        cursor.insertText(u"\n"_s + lines.sliced(kept).join(u'\n'));
-    }
-    cursor.endEditBlock();
-    m_shown = lines;
+    if (wasEmpty != m_shown.isEmpty())
+        Q_EMIT emptyChanged();
+    Q_EMIT shownChanged();
 }

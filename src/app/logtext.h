@@ -1,57 +1,57 @@
 #pragma once
 
-#include <QObject>
+#include <QAbstractListModel>
 #include <QPointer>
 #include <QStringList>
 #include <QTimer>
 
 class LogStore;
-class QTextDocument;
 
 /**
- * @brief Puts the log's lines into the log window's text, at most once a frame.
+ * @brief The log's lines as a list for the log window, updated at most once a frame.
  *
- * A game can print thousands of lines a second. Rebuilding the whole text for each
- * would lay out 3000 lines every time, so the shown document is edited in place:
- * lines the log dropped are cut from the top, new ones appended at the end. The
- * reader's scroll position and selection stay where they were.
+ * A game can print tens of thousands of lines a second. Laying out all 3000 kept
+ * lines as one text costs far more than a frame, so the window lists them and draws
+ * only those in view. Each update tells the view which lines went at the top and
+ * which came at the end, so the lines the reader looks at stay where they are.
  */
-class LogText : public QObject
+class LogText : public QAbstractListModel
 {
     Q_OBJECT
     Q_PROPERTY(LogStore *log READ log WRITE setLog NOTIFY logChanged)
-    /** The TextEdit whose document shows the log. */
-    Q_PROPERTY(QObject *target READ target WRITE setTarget NOTIFY targetChanged)
+    Q_PROPERTY(bool empty READ isEmpty NOTIFY emptyChanged)
+    /** What the window shows, as one text (for tests and the accessible name). */
+    Q_PROPERTY(QString shownText READ shownText NOTIFY shownChanged)
 
 public:
     explicit LogText(QObject *parent = nullptr);
 
     LogStore *log() const { return m_log; }
     void setLog(LogStore *log);
-    QObject *target() const { return m_target; }
-    void setTarget(QObject *target);
+    bool isEmpty() const { return m_shown.isEmpty(); }
+    QString shownText() const;
+
+    int rowCount(const QModelIndex &parent = {}) const override;
+    QVariant data(const QModelIndex &index, int role = Qt::DisplayRole) const override;
 
     /** The log's lines joined with line feeds; empty for an empty log. */
     Q_INVOKABLE QString joined() const;
     /** Puts joined() on the clipboard. */
     Q_INVOKABLE void copy() const;
-    /** Brings the shown text up to date now rather than at the next frame. */
+    /** Brings the list up to date now rather than at the next frame. */
     Q_INVOKABLE void update();
 
     static QString emptyText();
 
 Q_SIGNALS:
     void logChanged();
-    void targetChanged();
+    void emptyChanged();
+    void shownChanged();
 
 private:
     void schedule();
-    void replaceAll(QTextDocument *document);
 
     QPointer<LogStore> m_log;
-    QPointer<QObject> m_target;
-    QPointer<QTextDocument> m_document;
-    QStringList m_shown; // what the document holds, line by line
-    bool m_showsEmptyText = false;
+    QStringList m_shown; // what the view holds, line by line
     QTimer m_frame;
 };

@@ -13,7 +13,6 @@ Sheet {
         id: logText
         objectName: "logText"
         log: AppModel.log
-        target: textArea
     }
 
     Rectangle {
@@ -21,24 +20,38 @@ Sheet {
         anchors.bottomMargin: buttons.height + 26
         color: Qt.rgba(0, 0, 0, 0.06)
 
-        ScrollView {
-            id: scroller
+        Label {
+            objectName: "emptyLog"
+            x: 16
+            y: 10
+            visible: logText.empty
+            text: "The log is empty."
+            font.family: "monospace"
+            font.pointSize: Math.max(7, Qt.application.font.pointSize - 1)
+        }
+        // Only the lines in view are laid out, however many the log holds.
+        ListView {
+            id: lines
+            objectName: "logLines"
             anchors.fill: parent
-            ScrollBar.vertical.policy: ScrollBar.AlwaysOn
-            contentWidth: availableWidth
-
-            TextEdit {
-                id: textArea
-                objectName: "logArea"
-                width: scroller.availableWidth
-                leftPadding: 16
-                rightPadding: 16
-                topPadding: 10
-                bottomPadding: 10
+            topMargin: 10
+            bottomMargin: 10
+            clip: true
+            model: logText
+            activeFocusOnTab: true
+            boundsBehavior: Flickable.StopAtBounds
+            ScrollBar.vertical: ScrollBar {
+                policy: ScrollBar.AlwaysOn
+            }
+            Accessible.role: Accessible.List
+            Accessible.name: "Log"
+            delegate: TextEdit {
+                required property string display
+                width: lines.width - 32
+                x: 16
+                text: display
                 readOnly: true
                 selectByMouse: true
-                selectByKeyboard: true
-                activeFocusOnTab: true
                 wrapMode: TextEdit.Wrap
                 textFormat: TextEdit.PlainText
                 font.family: "monospace"
@@ -47,7 +60,7 @@ Sheet {
                 selectionColor: palette.highlight
                 selectedTextColor: palette.highlightedText
                 Accessible.role: Accessible.StaticText
-                Accessible.name: "Log"
+                Accessible.name: text
             }
         }
     }
