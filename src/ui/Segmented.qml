@@ -27,6 +27,8 @@ Row {
                 text: modelData ? picker.onText : picker.offText
                 width: picker.segmentWidth > 0 ? picker.segmentWidth : implicitWidth
                 checked: picker.value === modelData
+                // The pressed-in look alone hardly shows on a dark palette.
+                highlighted: checked
                 Accessible.role: Accessible.RadioButton
                 Accessible.checkable: true
                 Accessible.checked: checked

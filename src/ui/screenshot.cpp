@@ -1,10 +1,12 @@
 // Renders the real main window offscreen with the model put in a given state and
 // writes it as a PNG: for the README, the packaging and a reviewer's eye.
 //
-//   vantro-screenshot STATE OUT.png [GAME_FOLDER]
+//   vantro-screenshot STATE[+SHEET][+dark] OUT.png [GAME_FOLDER]
 //
 // STATE is notDownloaded, downloading, settingUp, needs, ready, starting or playing
-// (needs comes with a failure report). GAME_FOLDER, a folder holding a
+// (needs comes with a failure report). SHEET, one of settings, about or log, opens
+// that window over the main one and renders it instead; "dark" renders with a dark
+// desktop palette. GAME_FOLDER, a folder holding a
 // project.godot, stands in for a downloaded game. Nothing of the user's own data
 // or settings is read or written: everything lives in a temporary folder.
 
@@ -37,6 +39,32 @@ void copyFiles(const QString &from, const QString &to)
     const auto names = QDir(from).entryList(QDir::Files | QDir::Hidden);
     for (const QString &name : names)
         QFile::copy(from + u'/' + name, to + u'/' + name);
+}
+
+// Roughly what a dark desktop theme hands to Qt, set on a window the way a
+// platform theme's palette reaches every control and item in it.
+void makeDark(QQuickWindow *window)
+{
+    auto *palette = window->property("palette").value<QObject *>();
+    const std::pair<const char *, QColor> roles[] = {{"window", QColor(0x2b, 0x2b, 0x2b)},
+                                                     {"windowText", QColor(0xee, 0xee, 0xee)},
+                                                     {"base", QColor(0x1e, 0x1e, 0x1e)},
+                                                     {"alternateBase", QColor(0x35, 0x35, 0x35)},
+                                                     {"text", QColor(0xee, 0xee, 0xee)},
+                                                     {"button", QColor(0x3c, 0x3c, 0x3c)},
+                                                     {"buttonText", QColor(0xee, 0xee, 0xee)},
+                                                     {"highlight", QColor(0x35, 0x84, 0xe4)},
+                                                     {"highlightedText", QColor(Qt::white)},
+                                                     {"link", QColor(0x78, 0xae, 0xed)},
+                                                     {"placeholderText", QColor(0xa0, 0xa0, 0xa0)},
+                                                     {"mid", QColor(0x50, 0x50, 0x50)},
+                                                     {"light", QColor(0x50, 0x50, 0x50)},
+                                                     {"dark", QColor(0x20, 0x20, 0x20)}};
+    for (const auto &[role, color] : roles)
+        palette->setProperty(role, color);
+    auto *disabled = palette->property("disabled").value<QObject *>();
+    for (const char *role : {"windowText", "buttonText", "text"})
+        disabled->setProperty(role, QColor(0x80, 0x80, 0x80));
 }
 
 bool putInState(AppModel &model, const QString &state)
@@ -78,7 +106,7 @@ int main(int argc, char *argv[])
     QGuiApplication app(argc, argv);
     const QStringList args = app.arguments();
     if (args.size() < 3 || args.size() > 4)
-        return fail(u"usage: vantro-screenshot STATE OUT.png [GAME_FOLDER]"_s);
+        return fail(u"usage: vantro-screenshot STATE[+SHEET][+dark] OUT.png [GAME_FOLDER]"_s);
 
     QTemporaryDir home;
     if (!home.isValid())
@@ -92,8 +120,19 @@ int main(int argc, char *argv[])
 
     QQuickStyle::setStyle(u"Fusion"_s);
     AppModel model{AppModel::Config{}};
-    if (!putInState(model, args.at(1)))
-        return fail(u"unknown state \u201c"_s + args.at(1) + u"\u201d"_s);
+    QStringList parts = args.at(1).split(u'+');
+    const QString state = parts.takeFirst();
+    const bool dark = parts.removeAll(u"dark"_s) > 0;
+    const QString sheet = parts.value(0);
+    if (!putInState(model, state))
+        return fail(u"unknown state \u201c"_s + state + u"\u201d"_s);
+    const QHash<QString, QString> sheets{
+        {u"settings"_s, u"Settings"_s}, {u"about"_s, u"About"_s}, {u"log"_s, u"Log"_s}};
+    if (!sheet.isEmpty() && !sheets.contains(sheet))
+        return fail(u"unknown window \u201c"_s + sheet + u"\u201d"_s);
+    model.log()->append(
+        u"Downloading https://github.com/orrik/Zorbit/archive/refs/heads/master.zip"_s);
+    model.log()->append(u"Game unpacked."_s);
     registerWindowTypes(&model);
 
     QQmlApplicationEngine engine;
@@ -104,10 +143,22 @@ int main(int argc, char *argv[])
     if (!window)
         return fail(u"the main window did not load"_s);
 
+    if (!sheet.isEmpty()) {
+        window->findChild<QObject *>(u"content"_s)
+            ->setProperty((u"show"_s + sheets.value(sheet)).toLatin1().constData(), true);
+    }
+    if (dark)
+        makeDark(window);
     int result = 1;
     // Two frames in, so the banner's canvas and the symbols have been painted.
     QTimer::singleShot(300, &app, [&] {
-        const QImage image = window->grabWindow();
+        QQuickWindow *shown = window;
+        for (QWindow *w : QGuiApplication::topLevelWindows())
+            if (!sheet.isEmpty() && w->title() == sheets.value(sheet))
+                shown = qobject_cast<QQuickWindow *>(w);
+        if (dark && shown != window)
+            makeDark(shown);
+        const QImage image = shown->grabWindow();
         result = image.save(args.at(2)) ? 0 : fail(u"cannot write "_s + args.at(2));
         QCoreApplication::exit(result);
     });
