@@ -276,6 +276,15 @@ void TestWindows::settings()
     QVERIFY(item(u"revealButton"_s)->isEnabled());
     QCOMPARE(item(u"savesButton"_s)->isEnabled(), saves);
     QCOMPARE(item(u"savesNote"_s)->isVisible(), !saves);
+    QStringList order{u"Windowed"_s, u"Fullscreen"_s};
+    if (!fullscreen)
+        order << u"Resolution (windowed)"_s;
+    if (!busy)
+        order << u"Update the game"_s << u"Reinstall"_s << u"Remove everything"_s;
+    order << u"Show in file manager"_s;
+    if (saves)
+        order << u"Show saves"_s;
+    QCOMPARE(tabOrder(sheet), order << u"Done"_s);
 
     if (!fullscreen) {
         QMetaObject::invokeMethod(item(u"resolutionPicker"_s), "activated", Q_ARG(int, 3));
