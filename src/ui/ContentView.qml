@@ -104,6 +104,7 @@ ScrollView {
                 visible: AppModel.actionButton === "stop"
                 text: "Stop"
                 icon.source: "stop.svg"
+                icon.cache: false
                 width: 220
                 height: 28
                 onClicked: AppModel.stopGame()
@@ -123,6 +124,7 @@ ScrollView {
                 enabled: !AppModel.busy
                 text: AppModel.playTitle
                 icon.source: "play.svg"
+                icon.cache: false
                 // Filled with the accent colour: the one thing to press on this window.
                 palette.button: view.palette.highlight
                 palette.buttonText: view.palette.highlightedText

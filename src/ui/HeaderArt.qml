@@ -29,6 +29,9 @@ Item {
         source: "car.svg"
         sourceSize: Qt.size(width, height)
         fillMode: Image.PreserveAspectFit
+        // Qt keeps cached images until after the program's end, where the leak
+        // checker counts them; the symbols are drawn once per window anyway.
+        cache: false
         smooth: true
     }
 }

@@ -121,6 +121,15 @@ private Q_SLOTS:
         QQuickStyle::setStyle(u"Fusion"_s);
         QAccessible::setActive(true);
     }
+    void cleanupTestCase()
+    {
+        // The software scene graph frees a destroyed window's textures only when
+        // another window renders; without one more, the last case's textures would
+        // still be held at exit and count as leaks.
+        QQuickWindow last;
+        last.show();
+        QTest::qWait(50);
+    }
     void init()
     {
         QTest::failOnWarning(QRegularExpression(u"^(?!QStandardPaths: XDG_RUNTIME_DIR).*"_s));
