@@ -132,6 +132,7 @@ int main(int argc, char **argv)
     AppModel model{AppModel::Config{}};
     registerWindowTypes(&model);
     QQmlApplicationEngine engine;
+    useBuiltInViews(engine);
     engine.load(QUrl(QString::fromLatin1(mainWindowUrl)));
     auto *main = qobject_cast<QQuickWindow *>(engine.rootObjects().value(0));
     if (!main)

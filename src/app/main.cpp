@@ -36,6 +36,7 @@ int main(int argc, char *argv[])
     registerWindowTypes(model);
 
     QQmlApplicationEngine engine;
+    useBuiltInViews(engine);
     QObject::connect(
         &engine, &QQmlApplicationEngine::objectCreationFailed, &app,
         [] { QCoreApplication::exit(1); }, Qt::QueuedConnection);

@@ -26,3 +26,8 @@ void registerWindowTypes(AppModel *model)
     }();
     Q_UNUSED(registered);
 }
+
+void useBuiltInViews(QQmlEngine &engine)
+{
+    engine.addImportPath(QStringLiteral("qrc:/"));
+}

@@ -11,5 +11,9 @@ class QQmlEngine;
  */
 void registerWindowTypes(AppModel *model);
 
+/** Lets `engine` find the Vantro module in the program's own resources before any
+ *  folder on disk, so a stray Vantro/qmldir beside the program cannot hide it. */
+void useBuiltInViews(QQmlEngine &engine);
+
 /** The main window's QML, inside the Vantro module's resources. */
 inline constexpr char mainWindowUrl[] = "qrc:/Vantro/Main.qml";

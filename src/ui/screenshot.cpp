@@ -136,6 +136,7 @@ int main(int argc, char *argv[])
     registerWindowTypes(&model);
 
     QQmlApplicationEngine engine;
+    useBuiltInViews(engine);
     engine.load(QUrl(QString::fromLatin1(mainWindowUrl)));
     auto *window = engine.rootObjects().isEmpty()
                        ? nullptr

@@ -39,6 +39,7 @@ struct Fixture
         }
         model = std::make_unique<AppModel>(AppModel::Config{});
         registerWindowTypes(model.get());
+        useBuiltInViews(engine);
         QQmlComponent component(&engine, QUrl(QString::fromLatin1(mainWindowUrl)));
         window.reset(qobject_cast<QQuickWindow *>(component.create()));
         if (!window)
