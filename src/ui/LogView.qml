@@ -43,6 +43,23 @@ Sheet {
             ScrollBar.vertical: ScrollBar {
                 policy: ScrollBar.AlwaysOn
             }
+            // A flood can replace every line between two frames; the reader then
+            // stays at the same depth instead of being thrown back to the top.
+            property real keptDepth: 0
+            function restoreDepth() {
+                contentY = originY + keptDepth;
+                returnToBounds();
+            }
+            Connections {
+                target: logText
+                function onModelAboutToBeReset() {
+                    lines.keptDepth = lines.contentY - lines.originY;
+                }
+                // After the view has laid out the new lines, which it does later.
+                function onModelReset() {
+                    Qt.callLater(lines.restoreDepth);
+                }
+            }
             Accessible.role: Accessible.List
             Accessible.name: "Log"
             delegate: TextEdit {
