@@ -366,6 +366,9 @@ void TestWindows::aboutAndLog()
         QCOMPARE(accessibleName(Fixture::find(about, u"repositoryLink"_s)),
                  u"github.com/orrik/Zorbit"_s);
         QCOMPARE(f.model->basedOnText(), u"Based on https://github.com/orrik/Zorbit, Unlicense."_s);
+        AppModel::Config odd;
+        odd.gameArchiveUrl = u"not an address"_s;
+        QCOMPARE(AppModel(odd).repositoryUrl(), QUrl::fromLocalFile(u"/"_s));
         press(Fixture::find(about, u"doneButton"_s));
         QTRY_VERIFY(!f.sheet(u"About"_s));
     }
