@@ -23,6 +23,15 @@ Dialog {
     onOpened: (confirmIsDefault ? confirmButton : cancelButton).forceActiveFocus()
     onRejected: declined()
 
+    padding: 16
+    topPadding: 8
+    header: Label {
+        text: question.title
+        font.bold: true
+        wrapMode: Text.WordWrap
+        padding: 16
+        bottomPadding: 0
+    }
     contentItem: Label {
         text: question.message
         wrapMode: Text.WordWrap
@@ -31,15 +40,16 @@ Dialog {
     // A plain row: DialogButtonBox loops over its implicit height in Qt 6.4 when
     // the message wraps.
     footer: Item {
-        implicitHeight: buttons.implicitHeight + 24
+        implicitHeight: buttons.implicitHeight + 32
         Row {
             id: buttons
             anchors.right: parent.right
-            anchors.rightMargin: 12
+            anchors.rightMargin: 16
             anchors.verticalCenter: parent.verticalCenter
             spacing: 8
             VButton {
                 id: confirmButton
+                highlighted: question.confirmIsDefault
                 onClicked: {
                     question.close();
                     question.confirmed();
@@ -48,6 +58,7 @@ Dialog {
             VButton {
                 id: cancelButton
                 text: "Cancel"
+                highlighted: !question.confirmIsDefault
                 onClicked: {
                     question.close();
                     question.declined();
