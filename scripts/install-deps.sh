@@ -12,8 +12,9 @@ packages=(
   qml6-module-qtquick qml6-module-qtquick-controls qml6-module-qtquick-layouts
   qml6-module-qtquick-templates qml6-module-qtquick-window qml6-module-qtquick-dialogs
   qml6-module-qtqml-workerscript qml6-module-qtqml qml6-module-qttest
-  libssl-dev libarchive-tools fonts-dejavu-core
+  libqt6svg6 libssl-dev libarchive-tools fonts-dejavu-core
   curl openssl xvfb xauth dbus-daemon
+  # libqt6svg6 draws the windows' SVG symbols.
   # Packaging and its checks: the .deb, lintian, the desktop entry and metainfo
   # validators, the icon renderer, the window-class probe.
   dpkg-dev file lintian desktop-file-utils appstream librsvg2-bin x11-utils

@@ -162,6 +162,64 @@ Q_SIGNALS:
     void fullscreenChanged();
     void resolutionChanged();
 
+public:
+    // What the windows show. The rules behind every text, colour and enabled state
+    // that the QML binds to live here and in viewrules.cpp, so that they are tested
+    // in C++ and the views stay bindings and command calls.
+    Q_PROPERTY(QString stateColor READ stateColor NOTIFY windowChanged)
+    Q_PROPERTY(QString actionButton READ actionButton NOTIFY windowChanged)
+    Q_PROPERTY(QString playTitle READ playTitle NOTIFY windowChanged)
+    Q_PROPERTY(QString progressStyle READ progressStyle NOTIFY windowChanged)
+    Q_PROPERTY(QString downloadNote READ downloadNote NOTIFY windowChanged)
+    Q_PROPERTY(QString summaryText READ summaryText NOTIFY windowChanged)
+    Q_PROPERTY(QString licenceLine READ licenceLine NOTIFY windowChanged)
+    Q_PROPERTY(QVariantList controlRows READ controlRows NOTIFY windowChanged)
+    Q_PROPERTY(QString savesNote READ savesNote NOTIFY windowChanged)
+    Q_PROPERTY(QString installedSizeText READ installedSizeText NOTIFY windowChanged)
+    Q_PROPERTY(QString removeQuestion READ removeQuestion NOTIFY windowChanged)
+    Q_PROPERTY(QString reinstallQuestion READ reinstallQuestion NOTIFY windowChanged)
+    Q_PROPERTY(QString aboutLicenceText READ aboutLicenceText NOTIFY windowChanged)
+    Q_PROPERTY(QUrl repositoryUrl READ repositoryUrl CONSTANT)
+    Q_PROPERTY(QString repositoryLinkText READ repositoryLinkText CONSTANT)
+    Q_PROPERTY(QString basedOnText READ basedOnText CONSTANT)
+
+public:
+    // What the windows show
+    /** The state line's colour: a fixed colour, or empty for the palette's text colour. */
+    QString stateColor() const;
+    /** The one action button: "play", "cancel" or "stop". */
+    QString actionButton() const;
+    QString playTitle() const;
+    /** "spinner", "bar", or empty when no progress is shown. */
+    QString progressStyle() const;
+    QString downloadNote() const;
+    QString summaryText() const;
+    QString licenceLine() const;
+    QVariantList controlRows() const;
+    QString savesNote() const;
+    /** The base folder's size for the settings window; "…" until measured. */
+    QString installedSizeText() const { return m_installedSizeText; }
+    QString removeQuestion() const;
+    QString reinstallQuestion() const;
+    QString aboutLicenceText() const;
+    QUrl repositoryUrl() const;
+    QString repositoryLinkText() const;
+    QString basedOnText() const;
+    /** Shows "…", then the installed size once the folder walk is done. */
+    Q_INVOKABLE void measureInstalledSize();
+    /** Replaces the clipboard's content with `text` as plain text. */
+    Q_INVOKABLE static void copyToClipboard(const QString &text);
+
+Q_SIGNALS:
+    void windowChanged();
+
+private:
+    bool connectWindowRules();
+    QString m_installedSizeText = QStringLiteral("\u2026");
+    quint64 m_sizeRequests = 0; // only the newest measurement may set the text
+    bool m_windowRulesConnected = connectWindowRules();
+    // End of what the windows show.
+
 private:
     // Held from the first Play until the model goes: one launcher per data folder.
     class DataLock

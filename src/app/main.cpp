@@ -1,25 +1,63 @@
 #include "app/appmodel.h"
+#include "app/launcherentry.h"
+#include "app/singleinstance.h"
+#include "app/windowsetup.h"
 
 #include <QGuiApplication>
+#include <QIcon>
 #include <QQmlApplicationEngine>
+#include <QQuickStyle>
+#include <QQuickWindow>
 #include <QUrl>
-#include <QtQml>
+
+using namespace Qt::StringLiterals;
 
 int main(int argc, char *argv[])
 {
+    // The windows are static text and controls: the software scene graph starts
+    // faster and holds far less memory than OpenGL on a software rasteriser, and
+    // needs no working GPU driver (see bench_startup). Qt's own QT_QUICK_BACKEND
+    // still overrides it.
+    if (qEnvironmentVariableIsEmpty("QT_QUICK_BACKEND"))
+        QQuickWindow::setGraphicsApi(QSGRendererInterface::Software);
+
     QGuiApplication app(argc, argv);
     // Without an organisation, QSettings would write under "Unknown Organization".
-    QGuiApplication::setOrganizationName(QStringLiteral("Vantro"));
-    QGuiApplication::setApplicationName(QStringLiteral("Vantro 3D"));
+    QGuiApplication::setOrganizationName(u"Vantro"_s);
+    QGuiApplication::setApplicationName(u"Vantro 3D"_s);
+    QGuiApplication::setDesktopFileName(u"org.vantro.Vantro3D"_s);
+    QGuiApplication::setWindowIcon(
+        QIcon::fromTheme(u"org.vantro.Vantro3D"_s, QIcon(u":/icons/org.vantro.Vantro3D.png"_s)));
 
+    // Two launchers on one data folder would run two pipelines over the same files.
+    SingleInstance instance;
+    if (instance.claim() == SingleInstance::Claim::AlreadyRunning)
+        return 0;
+
+    // Fusion follows the desktop's palette, light or dark, and draws a visible focus.
+    QQuickStyle::setStyle(u"Fusion"_s);
     AppModel *model = AppModel::shared();
-    QQmlEngine::setObjectOwnership(model, QQmlEngine::CppOwnership);
-    qmlRegisterSingletonInstance("Vantro", 1, 0, "AppModel", model);
+    registerWindowTypes(model);
+    // The dock shows a long first download's progress on the launcher's icon.
+    LauncherEntry launcherEntry(model);
 
     QQmlApplicationEngine engine;
+    useBuiltInViews(engine);
     QObject::connect(
         &engine, &QQmlApplicationEngine::objectCreationFailed, &app,
         [] { QCoreApplication::exit(1); }, Qt::QueuedConnection);
-    engine.load(QUrl(QStringLiteral("qrc:/Vantro/Main.qml")));
+    engine.load(QUrl(QString::fromLatin1(mainWindowUrl)));
+
+    QObject::connect(&instance, &SingleInstance::activationRequested, &engine, [&engine] {
+        const auto roots = engine.rootObjects();
+        if (auto *window =
+                roots.isEmpty() ? nullptr : qobject_cast<QQuickWindow *>(roots.first())) {
+            window->show();
+            window->raise();
+            window->requestActivate();
+        }
+    });
+    // Whatever ends the program, nothing of the pipeline outlives it half-done.
+    QObject::connect(&app, &QCoreApplication::aboutToQuit, model, &AppModel::shutDown);
     return QGuiApplication::exec();
 }

@@ -2,27 +2,44 @@ import QtQuick
 import QtQuick.Controls
 import Vantro
 
+// The launcher's one window. Closing it quits the launcher, after a question while
+// the game starts or runs, since quitting closes the game too.
 ApplicationWindow {
     id: window
     visible: true
     minimumWidth: 560
     minimumHeight: 640
     width: 560
-    height: 640
+    height: 720
     title: "Vantro 3D"
 
-    Column {
-        anchors.centerIn: parent
-        spacing: 12
+    property bool quitAnswered: false
 
-        Label {
-            anchors.horizontalCenter: parent.horizontalCenter
-            text: AppModel.stateTitle
-            font.pixelSize: 20
+    onClosing: close => {
+        if (AppModel.isGameRunning && !window.quitAnswered) {
+            close.accepted = false;
+            quitGuard.open();
+        } else {
+            Qt.quit();
         }
-        Label {
-            anchors.horizontalCenter: parent.horizontalCenter
-            text: AppModel.progressText
+    }
+
+    ContentView {
+        objectName: "content"
+        anchors.fill: parent
+    }
+
+    Confirmation {
+        id: quitGuard
+        objectName: "quitGuard"
+        title: "The game is still running"
+        message: "Quitting will close the game too."
+        confirmText: "Quit and close the game"
+        cancelText: "Keep playing"
+        onConfirmed: {
+            AppModel.stopGame();
+            window.quitAnswered = true;
+            window.close();
         }
     }
 }

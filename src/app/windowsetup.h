@@ -1,0 +1,19 @@
+#pragma once
+
+class AppModel;
+class QQmlEngine;
+
+/**
+ * @brief Makes the model and the log adapter known to QML as module "Vantro".
+ *
+ * Every engine created afterwards sees `model` as the AppModel singleton; the
+ * program, the screenshot tool and the window tests go through this one call.
+ */
+void registerWindowTypes(AppModel *model);
+
+/** Lets `engine` find the Vantro module in the program's own resources before any
+ *  folder on disk, so a stray Vantro/qmldir beside the program cannot hide it. */
+void useBuiltInViews(QQmlEngine &engine);
+
+/** The main window's QML, inside the Vantro module's resources. */
+inline constexpr char mainWindowUrl[] = "qrc:/Vantro/Main.qml";

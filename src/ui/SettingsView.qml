@@ -1,0 +1,131 @@
+import QtQuick
+import QtQuick.Controls
+import Vantro
+
+// Display settings and housekeeping, with a question before anything is deleted.
+Sheet {
+    id: settings
+    title: "Settings"
+    width: 480
+    height: 400
+    doneEnabled: !removeQuestion.visible && !reinstallQuestion.visible
+
+    Component.onCompleted: {
+        AppModel.refreshFromDisk();
+        AppModel.measureInstalledSize();
+    }
+
+    Column {
+        id: column
+        anchors.fill: parent
+        anchors.margins: 20
+        spacing: 14
+
+        Label {
+            text: "Settings"
+            font.pointSize: Qt.application.font.pointSize * 1.6
+            font.bold: true
+        }
+        Segmented {
+            objectName: "windowPicker"
+            title: "Window"
+            offText: "Windowed"
+            onText: "Fullscreen"
+            value: AppModel.fullscreen
+            onPicked: value => AppModel.fullscreen = value
+        }
+        Row {
+            spacing: 8
+            Label {
+                id: resolutionTitle
+                text: "Resolution (windowed)"
+                anchors.verticalCenter: parent.verticalCenter
+            }
+            ComboBox {
+                objectName: "resolutionPicker"
+                model: AppModel.resolutionChoices
+                currentIndex: AppModel.resolutionChoices.indexOf(AppModel.resolution)
+                enabled: !AppModel.fullscreen
+                Accessible.name: resolutionTitle.text
+                onActivated: index => AppModel.resolution = AppModel.resolutionChoices[index]
+            }
+        }
+        MenuSeparator {
+            width: parent.width
+            padding: 0
+        }
+        Row {
+            spacing: 8
+            enabled: !AppModel.busy
+            VButton {
+                objectName: "updateButton"
+                text: "Update the game"
+                onClicked: AppModel.updateGame()
+            }
+            VButton {
+                objectName: "reinstallButton"
+                text: "Reinstall"
+                onClicked: reinstallQuestion.open()
+            }
+            VButton {
+                objectName: "removeButton"
+                text: "Remove everything"
+                onClicked: removeQuestion.open()
+            }
+        }
+        Secondary {
+            width: parent.width
+            text: "Updating downloads the game again. Save files are kept: Godot stores them outside this app's folder."
+            font.pointSize: Qt.application.font.pointSize * 0.85
+        }
+        Row {
+            spacing: 8
+            VButton {
+                objectName: "revealButton"
+                text: "Show in file manager"
+                onClicked: AppModel.revealInFinder()
+            }
+            VButton {
+                objectName: "savesButton"
+                text: "Show saves"
+                enabled: AppModel.savesFolderExists
+                onClicked: AppModel.showSaves()
+            }
+        }
+        Secondary {
+            objectName: "savesNote"
+            width: parent.width
+            text: AppModel.savesNote
+            visible: text !== ""
+            font.pointSize: Qt.application.font.pointSize * 0.85
+        }
+    }
+    VButton {
+        objectName: "doneButton"
+        anchors.right: parent.right
+        anchors.bottom: parent.bottom
+        anchors.margins: 20
+        text: "Done"
+        highlighted: true
+        onClicked: settings.close()
+    }
+
+    Confirmation {
+        id: removeQuestion
+        objectName: "removeQuestion"
+        title: "Remove everything?"
+        message: AppModel.removeQuestion
+        confirmText: "Remove"
+        confirmRole: DialogButtonBox.DestructiveRole
+        confirmIsDefault: false
+        onConfirmed: AppModel.removeEverything()
+    }
+    Confirmation {
+        id: reinstallQuestion
+        objectName: "reinstallQuestion"
+        title: "Reinstall?"
+        message: AppModel.reinstallQuestion
+        confirmText: "Reinstall"
+        onConfirmed: AppModel.reinstall()
+    }
+}
