@@ -81,11 +81,12 @@ bool putInState(AppModel &model, const QString &state)
         model.setProgressText(u"Godot is preparing the game's files\u2026"_s);
     } else if (state == u"needs"_s) {
         model.setState(AppState::needs(u"the game closed unexpectedly"_s));
-        model.setFailureReport(u"The game ran for 2 seconds and exited with code 1.\n"
-                               u"Last log lines:\n"
-                               u"Godot Engine v3.5.3.stable.official\n"
-                               u"ERROR: Cannot open file 'res://levels/track1.tscn'.\n"
-                               u"   at: load (core/io/resource_loader.cpp:285)"_s);
+        model.setFailureReport(AppModel::failureReportText(
+            2.4, 1,
+            {u"Starting: Godot_v3.5.3-stable_x11.64 --path Zorbit-master --windowed"_s,
+             u"Godot Engine v3.5.3.stable.official.6c814135b - https://godotengine.org"_s,
+             u"ERROR: Cannot open file 'res://levels/track1.tscn'."_s,
+             u"   at: load (core/io/resource_loader.cpp:285)"_s}));
     } else if (state == u"ready"_s) {
         model.setState(AppState::ready());
     } else if (state == u"starting"_s) {
