@@ -10,8 +10,6 @@
 #include <QElapsedTimer>
 #include <QFileInfo>
 #include <QImage>
-#include <QProcess>
-#include <QStandardPaths>
 #include <QTest>
 #include <QTimer>
 
@@ -47,12 +45,6 @@ AppModel::Config fastConfig()
     return config;
 }
 
-struct ScopedEnv
-{
-    QByteArray name;
-    ScopedEnv(const char *n, const QByteArray &value) : name(n) { qputenv(n, value); }
-    ~ScopedEnv() { qunsetenv(name.constData()); }
-};
 } // namespace
 
 class TestImport : public QObject
@@ -69,7 +61,6 @@ private Q_SLOTS:
     void cancelStopsSetup_data();
     void cancelStopsSetup();
     void engineThatCannotStart();
-    void realGodot3ImportsUnderXvfb();
 };
 
 void TestImport::judgesByTheFiles_data()
@@ -251,38 +242,6 @@ void TestImport::engineThatCannotStart()
     QVERIFY(!outcome.errorText().isEmpty());
     QVERIFY(!outcome.errorText().startsWith(u"Godot did not finish"_s));
     QVERIFY(!QFileInfo::exists(env.base() + u"/imported.marker"_s));
-}
-
-// The real Godot 3 editor from Debian: imports on open and stays open, so only the
-// watcher can end it. Needs an X server; Xvfb stands in for one.
-void TestImport::realGodot3ImportsUnderXvfb()
-{
-    const QString godot = QStandardPaths::findExecutable(u"godot3"_s);
-    const QString xvfb = QStandardPaths::findExecutable(u"Xvfb"_s);
-    if (godot.isEmpty() || xvfb.isEmpty())
-        QSKIP("needs the godot3 and xvfb packages");
-
-    QProcess server;
-    server.setProcessChannelMode(QProcess::SeparateChannels);
-    server.start(xvfb, {u"-displayfd"_s, u"1"_s, u"-screen"_s, u"0"_s, u"1024x768x24"_s,
-                        u"-nolisten"_s, u"tcp"_s});
-    QVERIFY(server.waitForStarted(10000));
-    QTRY_VERIFY_WITH_TIMEOUT(server.canReadLine(), 15000);
-    const QByteArray display = ":" + server.readLine().trimmed();
-    ScopedEnv displayEnv("DISPLAY", display);
-
-    TestEnv env;
-    // Godot writes its editor settings under the XDG folders, which TestEnv made private.
-    const QString root = makeProject(env, 4, true);
-    AppModel model(AppModel::Config{});
-    auto outcome = runVoidTask(model.importProject(godot, godot3, root), 240000);
-    QVERIFY2(outcome.ok(),
-             qPrintable(outcome.errorText() + u"\n"_s + model.log()->lines().join(u'\n')));
-    QVERIFY(QFileInfo::exists(root + u"/icon.png.import"_s));
-    QVERIFY(EngineManager::importedEntryCount(root) > 0);
-    QVERIFY(model.isImported(root));
-    server.terminate();
-    server.waitForFinished(5000);
 }
 
 QTEST_MAIN(TestImport)

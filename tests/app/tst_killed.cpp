@@ -103,7 +103,7 @@ void TestKilled::recoversFromAKill()
         drip.dripDelayMs = 10;
         server.setRoute(route, drip);
     }
-    qputenv("FAKE_RUN_SECONDS", "0.5");
+    const ScopedEnv run("FAKE_RUN_SECONDS", "0.5");
 
     const QStringList before = runHost(config, marker, delayMs);
     QVERIFY2(before.last().startsWith(marker), qPrintable(before.join(u'\n')));
@@ -136,7 +136,6 @@ void TestKilled::recoversFromAKill()
              QStringList{u"4.3-stable"_s});
     // (A fake engine killed with its launcher may leave its own temporary file.)
     QCOMPARE(env.tmpEntries().filter(u"vantro-"_s), QStringList{});
-    qunsetenv("FAKE_RUN_SECONDS");
 }
 
 QTEST_GUILESS_MAIN(TestKilled)

@@ -14,13 +14,6 @@ using namespace Qt::StringLiterals;
 namespace {
 const QString game = u"Game/Zorbit-master"_s;
 
-struct ScopedEnv
-{
-    QByteArray name;
-    ScopedEnv(const char *n, const QByteArray &value) : name(n) { qputenv(n, value); }
-    ~ScopedEnv() { qunsetenv(name.constData()); }
-};
-
 // A first Play's world on loopback, and a model that records its states.
 struct Fixture
 {

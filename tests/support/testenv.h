@@ -40,5 +40,13 @@ private:
     QByteArray m_oldData, m_oldConfig, m_oldTmp;
 };
 
+/** @brief Sets an environment variable (for a child such as a fake engine) for one scope. */
+struct ScopedEnv
+{
+    QByteArray name;
+    ScopedEnv(const char *n, const QByteArray &value) : name(n) { qputenv(n, value); }
+    ~ScopedEnv() { qunsetenv(name.constData()); }
+};
+
 /** A fake engine script from tests/support/fake-engines. */
 QString fakeEngine(const QString &name);
