@@ -66,9 +66,9 @@ void TestKilled::recoversFromAKill_data()
     QTest::addColumn<QString>("marker");
     QTest::addColumn<int>("delayMs");
 
-    QTest::newRow("game download") << u"state: Downloading: the game"_s << 150;
+    QTest::newRow("game download") << u"state: Downloading: the game"_s << 30;
     QTest::newRow("game unpack starts") << u"state: Setting up: unpacking the game"_s << 0;
-    QTest::newRow("game unpack") << u"state: Setting up: unpacking the game"_s << 40;
+    QTest::newRow("game unpack") << u"state: Setting up: unpacking the game"_s << 8;
     QTest::newRow("game in place") << u"log: Game unpacked."_s << 0;
     QTest::newRow("checksum list") << u"state: Downloading: checksum for"_s << 0;
     QTest::newRow("engine download") << u"state: Downloading: Godot 4.3-stable"_s << 200;
