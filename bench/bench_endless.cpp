@@ -6,6 +6,8 @@
 #include "process/linesplitter.h"
 #include "process/logstore.h"
 #include "process/runprocess.h"
+#include "rssgrowth.h"
+#include "timedrun.h"
 
 #include <QCoreApplication>
 #include <QCoroTask>
@@ -20,35 +22,11 @@ namespace {
 constexpr qint64 lineBytes = 256LL * 1000 * 1000;
 const QString child = u"head -c %1 /dev/zero | tr '\\0' x"_s.arg(lineBytes);
 
-qint64 peakRssKb()
-{
-    QFile status(u"/proc/self/status"_s);
-    if (!status.open(QIODevice::ReadOnly))
-        return -1;
-    for (const QByteArray &line : status.readAll().split('\n')) {
-        if (line.startsWith("VmHWM:"))
-            return line.mid(6).trimmed().split(' ').value(0).toLongLong();
-    }
-    return -1;
-}
-
-QCoro::Task<qint64> timedRun(QString script, LineSink onLine)
-{
-    const QString sh = u"/bin/sh"_s;
-    const QStringList arguments{u"-c"_s, script};
-    QElapsedTimer clock;
-    clock.start();
-    const int status = co_await runProcess(sh, arguments, nullptr, std::move(onLine));
-    if (status != 0)
-        qFatal("the child ended with status %d", status);
-    co_return clock.nsecsElapsed();
-}
-
 QCoro::Task<void> runAndQuit()
 {
     const LineSink ignore = [](const QString &) {};
     const qint64 pipeNs = co_await timedRun(child + u" | cat > /dev/null"_s, ignore);
-    const qint64 rssBefore = peakRssKb();
+    const qint64 rssBefore = procStatusKb("VmHWM:");
     LogStore store;
     qint64 longest = 0;
     qint64 total = 0;
@@ -59,7 +37,7 @@ QCoro::Task<void> runAndQuit()
     };
     const qint64 processNs = co_await timedRun(child, sink);
     QCoreApplication::processEvents();
-    const double growthMb = double(peakRssKb() - rssBefore) / 1024.0;
+    const double growthMb = double(procStatusKb("VmHWM:") - rssBefore) / 1024.0;
     if (total != lineBytes || longest > LineSplitter::maxLineBytes) {
         std::fprintf(stderr, "bench_endless: %lld characters, longest line %lld\n",
                      static_cast<long long>(total), static_cast<long long>(longest));

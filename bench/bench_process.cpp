@@ -4,6 +4,8 @@
 
 #include "process/logstore.h"
 #include "process/runprocess.h"
+#include "rssgrowth.h"
+#include "timedrun.h"
 
 #include <QCoreApplication>
 #include <QCoroTask>
@@ -26,19 +28,6 @@ const QString child = u"awk 'BEGIN{for(i=0;i<%1;i++) printf \"line %07d the quic
 QString expectedLine(int i)
 {
     return QString::asprintf("line %07d the quick brown fox jumps over the lazy dog %d", i, i);
-}
-
-// The peak resident set of this process so far, in kB.
-qint64 peakRssKb()
-{
-    QFile status(u"/proc/self/status"_s);
-    if (!status.open(QIODevice::ReadOnly))
-        return -1;
-    for (const QByteArray &line : status.readAll().split('\n')) {
-        if (line.startsWith("VmHWM:"))
-            return line.mid(6).trimmed().split(' ').value(0).toLongLong();
-    }
-    return -1;
 }
 
 // Records the worst lateness of a 1 ms timer: the longest time the event loop was
@@ -81,19 +70,6 @@ struct Results
     QString error;
 };
 
-// Runs `sh -c script`, every line to onLine; returns the wall time in ns.
-QCoro::Task<qint64> timedRun(QString script, LineSink onLine)
-{
-    const QString sh = u"/bin/sh"_s;
-    const QStringList arguments{u"-c"_s, script};
-    QElapsedTimer clock;
-    clock.start();
-    const int status = co_await runProcess(sh, arguments, nullptr, std::move(onLine));
-    if (status != 0)
-        qFatal("the child ended with status %d", status);
-    co_return clock.nsecsElapsed();
-}
-
 QCoro::Task<Results> measure()
 {
     Results results;
@@ -104,7 +80,7 @@ QCoro::Task<Results> measure()
         results.pipeNs = results.pipeNs < 0 ? ns : std::min(results.pipeNs, ns);
     }
 
-    const qint64 rssBefore = peakRssKb();
+    const qint64 rssBefore = procStatusKb("VmHWM:");
     const QString lastLine = expectedLine(lineCount - 1);
     for (int round = 0; round < rounds; ++round) {
         LogStore store;
@@ -139,7 +115,7 @@ QCoro::Task<Results> measure()
         if (!results.error.isEmpty())
             break;
     }
-    results.rssGrowthMb = double(peakRssKb() - rssBefore) / 1024.0;
+    results.rssGrowthMb = double(procStatusKb("VmHWM:") - rssBefore) / 1024.0;
     co_return results;
 }
 
