@@ -56,8 +56,8 @@ void TestRealEngine::playsWithTheRealEngine()
     config.engineEndpoint = server.url(u"/releases/"_s).toString();
     config.gameArchiveUrl = server.url(u"/master.zip"_s).toString();
     config.promotionDelay = std::chrono::milliseconds(4000);
+    QList<AppState> states; // outlives the model, which may still report as it goes
     AppModel model(config);
-    QList<AppState> states;
     connect(&model, &AppModel::stateChanged, this, [&] { states.append(model.state()); });
     model.play();
     QTRY_VERIFY_WITH_TIMEOUT(model.state() == AppState::playing() || !model.isWorking(), 240000);
