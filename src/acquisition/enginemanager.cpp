@@ -236,12 +236,17 @@ bool importIsComplete(const QString &root)
         }
         started = true;
         entries.clear();
+        // The engine never imports a folder that holds a ".gdignore" file, nor
+        // anything below it, so no sidecar will ever appear there.
+        bool ignored = false;
         while (const dirent *entry = ::readdir(stream)) {
-            if (entry->d_name[0] != '.') // hidden, and "." and ".."
+            if (std::strcmp(entry->d_name, ".gdignore") == 0)
+                ignored = true;
+            else if (entry->d_name[0] != '.') // hidden, and "." and ".."
                 entries.push_back({entry->d_name, entry->d_type});
         }
         ::closedir(stream);
-        if (!folderHasSidecars(dir, entries, pending))
+        if (!ignored && !folderHasSidecars(dir, entries, pending))
             return false;
     }
     return true;

@@ -61,8 +61,9 @@ std::optional<QString> firstExecutable(const QString &folder);
  *  imported files. */
 const QSet<QString> &importable();
 
-/** An import folder exists in `root` and every asset below it, hidden folders
- *  excepted, has its ".import" sidecar. */
+/** An import folder exists in `root` and every asset below it has its ".import"
+ *  sidecar. What the engine skips is skipped here too: hidden folders and folders
+ *  that hold a ".gdignore" file, with everything below them. */
 bool importIsComplete(const QString &root);
 
 /** The number of entries in root/.import; 0 when it cannot be listed. */

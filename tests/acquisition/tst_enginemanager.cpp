@@ -217,6 +217,13 @@ void TestEngineManager::judgesImport_data()
         << QStringList{u".import/a"_s, u".import/.b"_s, u".git/logo.png"_s, u"a/.cache/x.ttf"_s,
                        u".t.jpg"_s}
         << true << qint64(2);
+    QTest::newRow(".gdignore folder and everything below it skipped")
+        << QStringList{u".import/"_s,           u"docs/.gdignore"_s,    u"docs/shot.png"_s,
+                       u"docs/deep/logo.svg"_s, u"art/.gdignore.txt"_s, u"art/car.png"_s,
+                       u"art/car.png.import"_s}
+        << true << qint64(0);
+    QTest::newRow("a .gdignore elsewhere skips nothing here")
+        << QStringList{u".import/"_s, u"docs/.gdignore"_s, u"art/car.png"_s} << false << qint64(0);
     QTest::newRow("other files need nothing")
         << QStringList{u".godot/"_s, u"player.gd"_s, u"png"_s, u"notes.png.txt"_s, u"x."_s} << true
         << qint64(0);

@@ -7,6 +7,7 @@
 #include "xvfb.h"
 
 #include <QDir>
+#include <QDirIterator>
 #include <QFileInfo>
 #include <QStandardPaths>
 #include <QTest>
@@ -44,11 +45,17 @@ void TestRealEngine::playsWithTheRealEngine()
     sums.body = (digest + u"  Godot_v3.5.3-stable_x11.64.zip\n"_s).toUtf8();
     server.setRoute(u"/releases/3.5.3-stable/SHA512-SUMS.txt"_s, sums);
 
+    // The fixture as published games have it, a ".gdignore" folder with an image in it
+    // included: the engine never imports that image.
+    const QString fixture = QStringLiteral(VANTRO_TEST_DATA_DIR "/zorbit3d");
     const QString source = env.root() + u"/game-src/Zorbit-master"_s;
-    QDir().mkpath(source);
-    for (const QString &name :
-         QDir(QStringLiteral(VANTRO_TEST_DATA_DIR "/zorbit3d")).entryList(QDir::Files))
-        QFile::copy(QStringLiteral(VANTRO_TEST_DATA_DIR "/zorbit3d/") + name, source + u'/' + name);
+    QDirIterator files(fixture, QDir::Files | QDir::Hidden, QDirIterator::Subdirectories);
+    while (files.hasNext()) {
+        const QString file = files.next();
+        const QString copy = source + file.mid(fixture.size());
+        QDir().mkpath(QFileInfo(copy).path());
+        QFile::copy(file, copy);
+    }
     TestEnv::zipFolder(env.root() + u"/game-src"_s, env.root() + u"/game.zip"_s);
     server.setRoute(u"/master.zip"_s, TestHttpServer::file(env.root() + u"/game.zip"_s));
 
@@ -68,6 +75,7 @@ void TestRealEngine::playsWithTheRealEngine()
     QVERIFY(model.log()->lines().contains(u"Starting: Godot_v3.5.3-stable_x11.64 --path "_s +
                                           env.base() + u"/Game/Zorbit-master --windowed"_s));
     QVERIFY(QFileInfo::exists(env.base() + u"/Game/Zorbit-master/checker.png.import"_s));
+    QVERIFY(!QFileInfo::exists(env.base() + u"/Game/Zorbit-master/docs/screenshot.png.import"_s));
     QVERIFY(QFileInfo::exists(env.base() + u"/imported.marker"_s));
     QCOMPARE(model.info()->controls.value(0).inputs, u"Up arrow, W"_s);
 
@@ -77,7 +85,8 @@ void TestRealEngine::playsWithTheRealEngine()
     QVERIFY(!model.failureReport());
     QCOMPARE(states.mid(states.size() - 3),
              (QList<AppState>{AppState::starting(), AppState::playing(), AppState::ready()}));
-    QVERIFY2(env.tmpEntries().filter(u"vantro-"_s).isEmpty(), qPrintable(env.tmpEntries().join(u' ')));
+    QVERIFY2(env.tmpEntries().filter(u"vantro-"_s).isEmpty(),
+             qPrintable(env.tmpEntries().join(u' ')));
 }
 
 QTEST_GUILESS_MAIN(TestRealEngine)
