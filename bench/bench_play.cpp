@@ -273,7 +273,8 @@ FirstPlay launcherFirstPlay(const AppModel::Config &config)
         states.emplace_back(model.state(), Clock::now());
         // Nothing else opens the engine between this state and the game's start.
         if (model.state() == AppState::starting() && model.info()) {
-            if (const auto exe = EngineManager::executable(EngineManager::spec(*model.info())))
+            if (const auto exe =
+                    EngineManager::executable(model.layout(), EngineManager::spec(*model.info())))
                 watch.watchFile(*exe);
         }
     });
@@ -415,7 +416,7 @@ WarmPlays warmPlays(const AppModel::Config &config)
         model.play();
         waitForPipeline(model);
     }
-    const QString root = EngineManager::base() + u"/Game/Zorbit-master"_s;
+    const QString root = DataLayout::fromEnvironment().game() + u"/Zorbit-master"_s;
     if (!QFileInfo::exists(root + u"/project.godot"_s))
         throw Failure{u"the warm install has no project"_s};
     addProjectFiles(root);
@@ -423,7 +424,7 @@ WarmPlays warmPlays(const AppModel::Config &config)
     AppModel probe(config);
     if (!probe.info())
         throw Failure{u"the warm install's project cannot be read"_s};
-    const auto exe = EngineManager::executable(EngineManager::spec(*probe.info()));
+    const auto exe = EngineManager::executable(probe.layout(), EngineManager::spec(*probe.info()));
     if (!exe)
         throw Failure{u"the warm install has no engine"_s};
     QProcess import;

@@ -1,13 +1,12 @@
 #include "engineinstall.h"
 
-#include "acquisition/folderguard.h"
 #include "acquisition/network.h"
 #include "acquisition/repodownloader.h"
-#include "app/bytecount.h"
+#include "common/bytecount.h"
+#include "common/fileops.h"
 #include "process/logstore.h"
 #include "process/processfailure.h"
 
-#include <QCoroNetworkReply>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -37,14 +36,12 @@ QCoro::Task<QString> expectedChecksum(EngineSpec spec, QString endpoint,
                                       std::chrono::milliseconds idleTimeout,
                                       std::shared_ptr<FetchHandle> handle)
 {
+    Q_ASSERT(handle);
     const QUrl url = checksumListUrl(spec, endpoint);
     if (!url.isValid() || url.scheme().isEmpty())
         throw ProcessFailure(u"Bad checksum address."_s);
-    if (!handle)
-        handle = std::make_shared<FetchHandle>();
     if (handle->wasCancelled())
-        throw PlatformError(PlatformError::Kind::Network, u"Operation canceled"_s,
-                            QNetworkReply::OperationCanceledError);
+        throw Cancelled();
     QNetworkRequest request(url);
     request.setTransferTimeout(int(idleTimeout.count()));
     // Deleted later: the abort below may come from inside one of its own signals.
@@ -73,8 +70,15 @@ QCoro::Task<QString> expectedChecksum(EngineSpec spec, QString endpoint,
         if (body.size() > maxChecksumListBytes)
             overflow();
     });
-    co_await qCoro(raw).waitForFinished(std::chrono::milliseconds(-1));
+    try {
+        co_await finished(raw, handle->scope());
+    } catch (...) {
+        QObject::disconnect(raw, nullptr, nullptr, nullptr);
+        throw;
+    }
     QObject::disconnect(raw, nullptr, nullptr, nullptr);
+    if (handle->wasCancelled())
+        throw Cancelled();
     if (!tooLarge)
         body += raw->read(maxChecksumListBytes + 1 - body.size());
 
@@ -90,10 +94,7 @@ QCoro::Task<QString> expectedChecksum(EngineSpec spec, QString endpoint,
         throw ProcessFailure(u"Could not get the engine checksum list (error "_s +
                              QString::number(status.toInt()) + u")."_s);
     if (raw->error() == QNetworkReply::OperationCanceledError) {
-        if (handle->wasCancelled())
-            throw PlatformError(PlatformError::Kind::Network, u"Operation canceled"_s,
-                                QNetworkReply::OperationCanceledError);
-        // Qt reports its own time-out as a cancel; only the player cancels here.
+        // Qt reports its own time-out as a cancel; the player's is handled above.
         throw PlatformError(PlatformError::Kind::Network,
                             failed + u"nothing arrived for "_s +
                                 QString::number(idleTimeout.count() / 1000.0) + u" seconds."_s,
@@ -138,22 +139,23 @@ QString sha512(const QString &path)
         QByteArray(reinterpret_cast<const char *>(digest), int(length)).toHex());
 }
 
-QCoro::Task<void> install(QString zip, EngineSpec spec, LogStore *log)
+QCoro::Task<void> install(QString zip, EngineSpec spec, DataLayout layout, LogStore *log,
+                          std::shared_ptr<ProcessBox> box)
 {
-    const QString folder = engineFolder(spec);
+    const QString folder = layout.engine(spec.version);
     // Unpacked beside the engine folder, so that a failed unpack leaves the
     // installed build alone; after the move the guard finds nothing to remove.
-    const QString staging = folder + u".unpacking"_s;
-    const QString aside = folder + u".old"_s;
+    const QString staging = layout.engineUnpacking(spec.version);
+    const QString aside = layout.engineAside(spec.version);
     // What a killed run may have left, and a file where the engines' folder belongs.
     removeTree(aside);
-    removeUnlessFolder(QFileInfo(folder).path());
+    removeUnlessFolder(layout.engines());
     const FolderGuard stagingGuard{staging};
-    co_await RepoDownloader::unzip(zip, staging, log);
+    co_await RepoDownloader::unzip(zip, staging, log, std::move(box));
     if (!firstExecutable(staging))
         throw ProcessFailure(u"The Godot app was not found after unpacking."_s);
     replaceByRename(staging, folder, aside, u"the engine"_s);
-    if (!executable(spec))
+    if (!executable(layout, spec))
         throw ProcessFailure(u"The Godot app was not found after unpacking."_s);
 }
 

@@ -1,5 +1,6 @@
 #include "acquisition/enginemanager.h"
 
+#include "common/paths.h"
 #include "process/processfailure.h"
 #include "project/charactertext.h"
 #include "vantroconfig.h"
@@ -7,7 +8,6 @@
 #include <QDir>
 #include <QFile>
 #include <QScopeGuard>
-#include <QStandardPaths>
 
 #include <cstring>
 #include <dirent.h>
@@ -23,27 +23,10 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-QByteArray childPath(const QByteArray &dir, std::string_view name)
-{
-    QByteArray path = dir;
-    if (!path.endsWith('/'))
-        path += '/';
-    return path.append(name.data(), qsizetype(name.size()));
-}
-
-bool exists(const QByteArray &path)
-{
-    struct stat status;
-    return ::stat(path.constData(), &status) == 0;
-}
-
 // A symbolic link to a folder is not a folder here: walks stay inside the tree.
 bool isDirectory(const QByteArray &path, unsigned char type)
 {
-    if (type != DT_UNKNOWN)
-        return type == DT_DIR;
-    struct stat status;
-    return ::lstat(path.constData(), &status) == 0 && S_ISDIR(status.st_mode);
+    return type != DT_UNKNOWN ? type == DT_DIR : isRealFolder(path);
 }
 
 // Compared as bytes, after lower-casing ASCII only: no other letter lower-cases into
@@ -99,7 +82,8 @@ bool folderHasSidecars(const QByteArray &dir, const std::vector<Entry> &entries,
         if (found == names.end())
             return false;
         // A dangling symbolic link is no sidecar.
-        if (found->second != DT_REG && found->second != DT_DIR && !exists(childPath(dir, sidecar)))
+        if (found->second != DT_REG && found->second != DT_DIR &&
+            !exists(childPath(dir, sidecar), Links::Follow))
             return false;
     }
     return true;
@@ -128,22 +112,6 @@ Platform hostPlatform()
 #else
 #error "The engine catalogue knows builds for x86_64 and arm64 processors only"
 #endif
-}
-
-QString applicationSupport()
-{
-    const QString data = QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation);
-    return data.isEmpty() ? QDir::homePath() + u"/.local/share"_s : data;
-}
-
-QString base()
-{
-    return applicationSupport() + u"/Vantro 3D"_s;
-}
-
-QString engineFolder(const EngineSpec &spec)
-{
-    return base() + u"/Engine/"_s + spec.version;
 }
 
 EngineSpec spec(const ProjectInfo &info)
@@ -181,10 +149,15 @@ EngineSpec spec(const ProjectInfo &info, Platform platform)
     return {u"4.3-stable"_s, u"Godot_v4.3-stable_macos.universal.zip"_s, 4};
 }
 
-std::optional<QString> executable(const EngineSpec &spec)
+QStringList catalogueVersions()
+{
+    return {u"3.5.3-stable"_s, u"4.3-stable"_s};
+}
+
+std::optional<QString> executable(const DataLayout &layout, const EngineSpec &spec)
 {
     // The Linux builds are a single program at the top of the archive.
-    return firstExecutable(engineFolder(spec));
+    return firstExecutable(layout.engine(spec.version));
 }
 
 std::optional<QString> firstExecutable(const QString &folder)
@@ -219,7 +192,8 @@ const QSet<QString> &importable()
 bool importIsComplete(const QString &root)
 {
     const QByteArray top = QFile::encodeName(root);
-    if (!exists(childPath(top, ".import")) && !exists(childPath(top, ".godot")))
+    if (!exists(childPath(top, ".import"), Links::Follow) &&
+        !exists(childPath(top, ".godot"), Links::Follow))
         return false;
 
     std::vector<QByteArray> pending{top};

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "acquisition/datalayout.h"
 #include "project/projectinfo.h"
 
 #include <QSet>
@@ -33,25 +34,18 @@ enum class Platform { LinuxX86_64, LinuxArm64, MacOS };
 /** The platform this launcher was built for. */
 Platform hostPlatform();
 
-/** The user's application data folder, where the launcher and Godot keep their
- *  files (XDG_DATA_HOME, else ~/.local/share); never fails and never creates it. */
-QString applicationSupport();
-
-/** The launcher's data folder; never fails and never creates it. */
-QString base();
-
-/** base()/Engine/<version>: where a build is unpacked. */
-QString engineFolder(const EngineSpec &spec);
-
 /** The build for the project on this computer. Throws ProcessFailure when there is none. */
 EngineSpec spec(const ProjectInfo &info);
 
 /** The build for the project on `platform`. Throws ProcessFailure when there is none. */
 EngineSpec spec(const ProjectInfo &info, Platform platform);
 
-/** The installed build's program, firstExecutable(engineFolder(spec)); none when the
+/** The release tags of every build the catalogue knows, on any platform. */
+QStringList catalogueVersions();
+
+/** The installed build's program, the first executable in its folder; none when the
  *  build is not (fully) installed. */
-std::optional<QString> executable(const EngineSpec &spec);
+std::optional<QString> executable(const DataLayout &layout, const EngineSpec &spec);
 
 /** The first executable regular file directly in `folder`, in listing order; none when
  *  there is none or the folder cannot be listed. */

@@ -1,7 +1,7 @@
 #include "filedownloader.h"
 
 #include "acquisition/network.h"
-#include "app/bytecount.h"
+#include "common/bytecount.h"
 #include "process/processfailure.h"
 
 #include <QCoroNetworkReply>
@@ -14,6 +14,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <limits>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <unistd.h>
@@ -67,8 +68,9 @@ Disk diskOf(const QString &folder)
 }
 } // namespace
 
-FileDownloader::FileDownloader(QString destDir, QString fileName, QObject *parent)
-    : QObject(parent), m_destDir(std::move(destDir)), m_fileName(std::move(fileName))
+FileDownloader::FileDownloader(QString destDir, QString fileName, TaskScope scope, QObject *parent)
+    : QObject(parent), m_destDir(std::move(destDir)), m_fileName(std::move(fileName)),
+      m_scope(std::move(scope))
 {}
 
 FileDownloader::~FileDownloader()
@@ -108,8 +110,7 @@ QCoro::Task<QString> FileDownloader::download(QUrl url, Progress onProgress)
     }
     if (!reply) {
         m_part->remove();
-        throw PlatformError(PlatformError::Kind::Network, u"Operation canceled"_s,
-                            QNetworkReply::OperationCanceledError);
+        throw Cancelled();
     }
     reply->setReadBufferSize(readBufferBytes);
     connect(reply, &QNetworkReply::metaDataChanged, this, [this, reply] { checkSpace(reply); });
@@ -124,16 +125,18 @@ QCoro::Task<QString> FileDownloader::download(QUrl url, Progress onProgress)
                     m_onProgress(written, expected);
             });
 
-    co_await qCoro(reply).waitForFinished(std::chrono::milliseconds(-1));
-    onReadyRead();
     std::unique_ptr<QNetworkReply, void (*)(QNetworkReply *)> owned(
         reply, [](QNetworkReply *r) { r->deleteLater(); });
+    co_await finished(reply, m_scope);
+    onReadyRead();
     m_part->close();
 
     auto fail = [this](auto &&error) {
         m_part->remove();
         throw error;
     };
+    if (wasCancelled())
+        fail(Cancelled());
     if (const auto problem = redirectProblem(reply->error()))
         fail(PlatformError(PlatformError::Kind::Network,
                            u"The download failed: "_s + *problem + u"."_s, reply->error()));
@@ -144,8 +147,8 @@ QCoro::Task<QString> FileDownloader::download(QUrl url, Progress onProgress)
     if (!m_writeError.isEmpty())
         fail(PlatformError(PlatformError::Kind::FileSystem, m_writeError));
     if (reply->error() != QNetworkReply::NoError) {
-        // Qt reports an idle time-out as a cancellation; only the user cancels here.
-        if (reply->error() == QNetworkReply::OperationCanceledError && !wasCancelled())
+        // Qt reports an idle time-out as a cancellation; the player's is handled above.
+        if (reply->error() == QNetworkReply::OperationCanceledError)
             fail(PlatformError(PlatformError::Kind::Network,
                                u"The download stalled: nothing arrived for "_s +
                                    QString::number(m_idleTimeout.count() / 1000.0) + u" seconds."_s,
@@ -226,11 +229,18 @@ void FileDownloader::checkSpace(QNetworkReply *reply)
     const QVariant length = reply->header(QNetworkRequest::ContentLengthHeader);
     if (status < 200 || status > 299 || !length.isValid() || !m_writeError.isEmpty())
         return;
-    const qint64 size = length.toLongLong();
+    const qint64 size = std::max<qint64>(0, length.toLongLong());
     const Disk here = diskOf(m_destDir);
     std::optional<Disk> there;
     if (!m_unpackDir.isEmpty())
         there = diskOf(m_unpackDir);
+    // Sizes may be anything a server announces: the sum of the two is taken where
+    // it cannot wrap, and a need beyond any disk reads as the largest count.
+    const bool oneDisk = there && there->device == here.device;
+    const qint64 neededHere = oneDisk ? (size > std::numeric_limits<qint64>::max() / 2
+                                             ? std::numeric_limits<qint64>::max()
+                                             : 2 * size)
+                                      : size;
     auto tooSmall = [this, reply](const Disk &disk, qint64 needed) {
         if (disk.freeBytes < 0 || needed <= disk.freeBytes)
             return false;
@@ -241,11 +251,7 @@ void FileDownloader::checkSpace(QNetworkReply *reply)
         reply->abort();
         return true;
     };
-    if (there && there->device == here.device && here.freeBytes >= 0) {
-        tooSmall(here, 2 * size);
-        return;
-    }
-    if (!tooSmall(here, size) && there)
+    if (!tooSmall(here, neededHere) && there && !oneDisk)
         tooSmall(*there, size);
 }
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "common/taskscope.h"
+
 #include <QCoroTask>
 #include <QFile>
 #include <QMutex>
@@ -19,8 +21,7 @@
  * cache, no cookies kept). The finished file is put in place only when the server
  * answered 2xx and the whole body arrived, so a failed download never leaves a
  * file at the target. A download whose announced size does not fit on the disk
- * fails before anything is written. `cancel` ends the transfer with
- * OperationCanceledError.
+ * fails before anything is written. After `cancel`, the download throws Cancelled.
  */
 class FileDownloader : public QObject
 {
@@ -30,11 +31,12 @@ public:
     using Progress = std::function<void(qint64 written, qint64 expected)>;
     static constexpr std::chrono::milliseconds defaultIdleTimeout{60000};
 
-    FileDownloader(QString destDir, QString fileName, QObject *parent = nullptr);
+    FileDownloader(QString destDir, QString fileName, TaskScope scope = {},
+                   QObject *parent = nullptr);
     ~FileDownloader() override;
 
-    /** Returns destDir/fileName; throws ProcessFailure for a non-2xx answer and
-     *  PlatformError for network and file-system errors. */
+    /** Returns destDir/fileName; throws ProcessFailure for a non-2xx answer,
+     *  PlatformError for network and file-system errors, Cancelled after cancel(). */
     QCoro::Task<QString> download(QUrl url, Progress onProgress);
     void cancel();
     bool wasCancelled() const;
@@ -53,6 +55,7 @@ private:
 
     QString m_destDir;
     QString m_fileName;
+    TaskScope m_scope;
     QString m_unpackDir;
     std::chrono::milliseconds m_idleTimeout = defaultIdleTimeout;
     Progress m_onProgress;

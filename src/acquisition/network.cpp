@@ -35,3 +35,18 @@ std::optional<QString> redirectProblem(QNetworkReply::NetworkError error)
         return std::nullopt;
     }
 }
+
+QCoro::Task<void> finished(QNetworkReply *reply, TaskScope scope)
+{
+    if (reply->isFinished())
+        co_return;
+    Wake wake(scope);
+    const auto connection =
+        QObject::connect(reply, &QNetworkReply::finished, reply, [&wake] { wake.wake(); });
+    try {
+        co_await wake.wait();
+    } catch (...) {
+        QObject::disconnect(connection);
+        throw;
+    }
+}

@@ -13,9 +13,14 @@ QNetworkAccessManager *sharedNetwork();
 /** Sets the proxy policy once per process: the desktop's proxy settings apply. */
 void useSystemProxy();
 
+#include "common/taskscope.h"
+
 #include <QNetworkReply>
 #include <QPointer>
 #include <optional>
+
+/** Waits for `reply` to finish, as one of `scope`'s waits. */
+QCoro::Task<void> finished(QNetworkReply *reply, TaskScope scope);
 
 /** Why a redirect was not followed, as the end of a sentence ("the server …"), or
  *  nothing when `error` is not about redirects. */
@@ -30,6 +35,8 @@ std::optional<QString> redirectProblem(QNetworkReply::NetworkError error);
 class FetchHandle
 {
 public:
+    explicit FetchHandle(TaskScope scope = {}) : m_scope(std::move(scope)) {}
+    const TaskScope &scope() const { return m_scope; }
     void attach(QNetworkReply *reply) { m_reply = reply; }
     void cancel()
     {
@@ -40,6 +47,7 @@ public:
     bool wasCancelled() const { return m_cancelled; }
 
 private:
+    TaskScope m_scope;
     QPointer<QNetworkReply> m_reply;
     bool m_cancelled = false;
 };

@@ -1,22 +1,23 @@
 #include "repodownloader.h"
 
-#include "acquisition/folderguard.h"
 #include "acquisition/network.h"
+#include "common/fileops.h"
+#include "common/paths.h"
 #include "process/logstore.h"
 #include "process/processfailure.h"
 #include "process/runprocess.h"
 
-#include <QCoroNetworkReply>
 #include <QDir>
 #include <QFileInfo>
 #include <QNetworkReply>
 #include <QNetworkRequest>
+#include <QProcess>
 
 using namespace Qt::StringLiterals;
 
 namespace RepoDownloader {
 
-QCoro::Task<void> unzip(QString zip, QString dest, LogStore *log)
+QCoro::Task<void> unzip(QString zip, QString dest, LogStore *log, std::shared_ptr<ProcessBox> box)
 {
     // A destination that was never set must not turn into the current folder.
     if (dest.isEmpty() || !QDir::isAbsolutePath(dest))
@@ -28,8 +29,19 @@ QCoro::Task<void> unzip(QString zip, QString dest, LogStore *log)
                                 u"\u201d: a file may stand in its place."_s);
     const QString program = QString::fromLatin1(unpacker);
     const QStringList arguments{u"-x"_s, u"-f"_s, zip, u"-C"_s, dest};
-    const int status = co_await runProcess(program, arguments, nullptr,
-                                           [log](const QString &line) { log->append(line); });
+    int status = 0;
+    try {
+        status = co_await runProcess(program, arguments, box,
+                                     [log](const QString &line) { log->append(line); });
+    } catch (const LaunchError &error) {
+        const QString reason = error.code == QProcess::FailedToStart && !QFileInfo::exists(program)
+                                   ? u"it is not installed"_s
+                                   : error.reason;
+        throw PlatformError(PlatformError::Kind::Launch,
+                            u"The unpacker (bsdtar) could not be started: "_s + reason + u"."_s);
+    }
+    if (box->isStopped())
+        throw Cancelled();
     if (status != 0)
         throw ProcessFailure(u"Unpacking the download failed ("_s + QFileInfo(program).fileName() +
                              u" exit "_s + QString::number(status) + u")."_s);
@@ -39,12 +51,13 @@ QCoro::Task<void> unzip(QString zip, QString dest, LogStore *log)
                              u"this app cannot handle, so it was not installed."_s);
 }
 
-QCoro::Task<std::optional<qint64>> remoteSize(QUrl url)
+QCoro::Task<std::optional<qint64>> remoteSize(QUrl url, TaskScope scope)
 {
     QNetworkRequest request(url);
     request.setTransferTimeout(15000);
-    std::unique_ptr<QNetworkReply> reply(sharedNetwork()->head(request));
-    co_await qCoro(reply.get()).waitForFinished(std::chrono::milliseconds(-1));
+    std::unique_ptr<QNetworkReply, void (*)(QNetworkReply *)> reply(
+        sharedNetwork()->head(request), [](QNetworkReply *r) { r->deleteLater(); });
+    co_await finished(reply.get(), scope);
     const int status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
     const QVariant length = reply->header(QNetworkRequest::ContentLengthHeader);
     if (reply->error() != QNetworkReply::NoError || status < 200 || status > 299 ||

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "process/processbox.h"
+
 #include <QCoroTask>
 #include <QString>
 #include <QUrl>
@@ -14,13 +16,15 @@ namespace RepoDownloader {
  *  would land outside the destination. */
 inline constexpr char unpacker[] = "/usr/bin/bsdtar";
 
-/** Replaces whatever is at `dest` (any kind of item) with the content of `zip`.
- *  Throws ProcessFailure when `dest` is empty or relative (nothing is touched), when
- *  the unpacker fails or a name in the archive is not UTF-8, PlatformError when
- *  `dest` cannot be made. On failure `dest` may hold a partial unpack. */
-QCoro::Task<void> unzip(QString zip, QString dest, LogStore *log);
+/** Replaces whatever is at `dest` (any kind of item) with the content of `zip`; the
+ *  unpacker runs in `box`. Throws ProcessFailure when `dest` is empty or relative
+ *  (nothing is touched), when the unpacker fails or a name in the archive is not
+ *  UTF-8, PlatformError when `dest` cannot be made or the unpacker cannot start,
+ *  Cancelled when the box was stopped. On failure `dest` may hold a partial unpack. */
+QCoro::Task<void> unzip(QString zip, QString dest, LogStore *log, std::shared_ptr<ProcessBox> box);
 
-/** The size the server announces for `url` (HEAD, 15 s), or nothing. Never throws. */
-QCoro::Task<std::optional<qint64>> remoteSize(QUrl url);
+/** The size the server announces for `url` (HEAD, 15 s), or nothing. Throws only
+ *  Cancelled, when `scope` is abandoned. */
+QCoro::Task<std::optional<qint64>> remoteSize(QUrl url, TaskScope scope);
 
 } // namespace RepoDownloader

@@ -1,11 +1,14 @@
 #include "tempfolders.h"
 
-#include "acquisition/folderguard.h"
+#include "common/errors.h"
+#include "common/fileops.h"
 
 #include <QDir>
 #include <QFile>
 #include <QMutex>
 #include <QMutexLocker>
+#include <QRegularExpression>
+#include <QUuid>
 
 #include <fcntl.h>
 #include <sys/file.h>
@@ -36,9 +39,8 @@ void releaseRemoved()
         return true;
     });
 }
-} // namespace
 
-void holdTemporaryFolder(const QString &path)
+void hold(const QString &path)
 {
     const int fd = openFolder(path);
     if (fd < 0)
@@ -51,19 +53,42 @@ void holdTemporaryFolder(const QString &path)
     releaseRemoved();
     held.push_back(fd);
 }
+} // namespace
 
-void removeAbandonedTemporaryFolders()
+namespace TempFolders {
+
+QString make()
 {
+    const QString path = QDir::tempPath() + u"/vantro-"_s +
+                         QUuid::createUuid().toString(QUuid::WithoutBraces).toUpper();
+    if (!QDir().mkpath(path))
+        throw PlatformError(PlatformError::Kind::FileSystem,
+                            u"Could not create the temporary folder \u201c"_s + path +
+                                u"\u201d."_s);
+    hold(path);
+    return path;
+}
+
+void removeAbandoned()
+{
+    static const QRegularExpression ours(
+        u"^vantro-[0-9A-F]{8}-[0-9A-F]{4}-[0-9A-F]{4}-[0-9A-F]{4}-[0-9A-F]{12}$"_s);
     const QDir temp(QDir::tempPath());
-    for (const QString &name :
-         temp.entryList({u"vantro-*"_s}, QDir::Dirs | QDir::NoDotAndDotDot | QDir::Hidden)) {
+    for (const QString &name : temp.entryList(QDir::Dirs | QDir::NoDotAndDotDot | QDir::Hidden)) {
+        if (!ours.match(name).hasMatch())
+            continue;
         const QString path = temp.filePath(name);
-        const int fd = openFolder(path);
+        const int fd = openFolder(path); // not through a link
         if (fd < 0)
             continue;
-        // Our own folders are held through another open file, so this fails for them too.
-        if (::flock(fd, LOCK_EX | LOCK_NB) == 0)
+        struct stat status;
+        // Our own folders are held through another open file, so the lock fails for
+        // them too.
+        if (::fstat(fd, &status) == 0 && status.st_uid == ::geteuid() &&
+            ::flock(fd, LOCK_EX | LOCK_NB) == 0)
             removeTree(path);
         ::close(fd);
     }
 }
+
+} // namespace TempFolders

@@ -3,13 +3,20 @@
 #include <QString>
 
 /**
- * @brief Marks the temporary folders of this process as in use, so that a later run
- * can tell them from those that a killed run left behind.
+ * @brief The launcher's private temporary folders: "vantro-" + an upper-case UUID in
+ * the system's temporary folder, one per download.
  *
- * A folder is in use while this process holds a lock on it; the kernel drops the
- * lock when the process dies, however it dies.
+ * Each is held, with a lock the kernel drops when this process dies however it
+ * dies, from its making until it is removed; so a later run can tell the folders of
+ * a dead launcher from those of a live one.
  */
-void holdTemporaryFolder(const QString &path);
+namespace TempFolders {
 
-/** Removes the "vantro-*" folders in the temporary folder that no live process holds. */
-void removeAbandonedTemporaryFolders();
+/** Makes and holds a fresh folder; throws PlatformError when it cannot. */
+QString make();
+
+/** Removes our folders that no live launcher holds: only names of exactly our
+ *  shape, only real folders (never a link) owned by this user. */
+void removeAbandoned();
+
+} // namespace TempFolders

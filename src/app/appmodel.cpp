@@ -1,6 +1,9 @@
 #include "appmodel.h"
 
-#include "acquisition/filedownloader.h"
+#include "app/housekeeping.h"
+#include "app/pipeline.h"
+#include "app/viewrules.h"
+#include "process/processbox.h"
 #include "process/processfailure.h"
 #include "project/projectinspector.h"
 #include "vantroconfig.h"
@@ -15,13 +18,7 @@ namespace {
 const QString fullscreenKey = u"fullscreen"_s;
 const QString resolutionKey = u"resolution"_s;
 const QString defaultResolution = u"Default"_s;
-
 } // namespace
-
-QString AppModel::markerPath()
-{
-    return EngineManager::base() + u"/imported.marker"_s;
-}
 
 QString AppModel::Config::defaultGameArchiveUrl()
 {
@@ -29,22 +26,25 @@ QString AppModel::Config::defaultGameArchiveUrl()
 }
 
 AppModel::AppModel(Config config, QObject *parent)
-    : QObject(parent), m_config(std::move(config)), m_log(new LogStore(this))
+    : QObject(parent), m_config(std::move(config)), m_log(new LogStore(this)),
+      m_dataFolder(m_config.layout), m_pipeline(std::make_unique<Pipeline>(*this)),
+      m_housekeeping(std::make_unique<Housekeeping>(*this)),
+      m_viewRules(std::make_unique<ViewRules>(*this))
 {
-    m_runner.stopGrace = m_config.stopGrace;
     QSettings settings;
     m_fullscreen = settings.value(fullscreenKey, false).toBool();
     const QString stored = settings.value(resolutionKey, defaultResolution).toString();
     m_resolution = resolutionChoices().contains(stored) ? stored : defaultResolution;
-    m_promotion.setSingleShot(true);
-    connect(&m_promotion, &QTimer::timeout, this, &AppModel::promote);
     refreshFromDisk();
 }
 
 AppModel::~AppModel()
 {
-    if (m_working)
-        shutDown();
+    // Children get the stop grace from the application, which outlives the model;
+    // every suspended step resumes now, while the model is still whole, and unwinds.
+    m_pipeline->cancel();
+    m_pipeline->stopGame();
+    m_scope.abandon();
 }
 
 AppModel *AppModel::shared()
@@ -60,6 +60,16 @@ AppModel *AppModel::shared()
     return instance;
 }
 
+void AppModel::shutDown()
+{
+    m_pipeline->cancel();
+    m_pipeline->stopGame();
+    // The event loop is over: the grace is waited out here, not on a timer.
+    ProcessBox::endAll(m_config.stopGrace);
+    m_scope.abandon();
+    m_dataFolder.unlock();
+}
+
 QStringList AppModel::resolutionChoices()
 {
     return {defaultResolution, u"1280x720"_s, u"1600x900"_s, u"1920x1080"_s};
@@ -73,6 +83,61 @@ bool AppModel::isGameRunning() const
 bool AppModel::canCancel() const
 {
     return m_state.kind() == AppState::Downloading || m_state.kind() == AppState::SettingUp;
+}
+
+bool AppModel::isWorking() const
+{
+    return m_pipeline->isWorking();
+}
+
+void AppModel::play()
+{
+    m_pipeline->play();
+}
+
+void AppModel::cancel()
+{
+    m_pipeline->cancel();
+}
+
+void AppModel::stopGame()
+{
+    m_pipeline->stopGame();
+}
+
+void AppModel::updateGame()
+{
+    m_housekeeping->updateGame();
+}
+
+void AppModel::reinstall()
+{
+    m_housekeeping->reinstall();
+}
+
+void AppModel::removeEverything()
+{
+    m_housekeeping->removeEverything();
+}
+
+void AppModel::showSaves()
+{
+    m_housekeeping->showSaves();
+}
+
+void AppModel::revealInFinder()
+{
+    m_housekeeping->revealInFinder();
+}
+
+QCoro::Task<void> AppModel::loadSizeEstimate()
+{
+    return m_housekeeping->loadSizeEstimate();
+}
+
+QCoro::Task<qint64> AppModel::installedSize()
+{
+    return m_housekeeping->installedSize();
 }
 
 void AppModel::setState(const AppState &state)
@@ -97,6 +162,22 @@ void AppModel::setProgressText(const QString &text)
         return;
     m_progressText = text;
     Q_EMIT progressTextChanged();
+}
+
+void AppModel::setSetupNote(const QString &note)
+{
+    if (m_setupNote == note)
+        return;
+    m_setupNote = note;
+    Q_EMIT setupNoteChanged();
+}
+
+void AppModel::beginStep(const AppState &state, const QString &progressText)
+{
+    setState(state);
+    setProgress(std::nullopt);
+    setProgressText(progressText);
+    setSetupNote(QString());
 }
 
 void AppModel::setInfo(std::optional<ProjectInfo> info)
@@ -165,24 +246,23 @@ QVariant AppModel::failureReportValue() const
 
 QString AppModel::savesURL() const
 {
-    const QString name = m_info ? m_info->name : u"Zorbit"_s;
-    return EngineManager::applicationSupport() + u"/godot/app_userdata/"_s + name;
+    return layout().saves(m_info ? m_info->name : u"Zorbit"_s);
 }
 
 bool AppModel::isImported(const QString &root) const
 {
-    return QFileInfo(markerPath()).isFile() && EngineManager::importIsComplete(root);
+    return QFileInfo(layout().marker()).isFile() && EngineManager::importIsComplete(root);
 }
 
 void AppModel::refreshFromDisk()
 {
-    const auto root = ProjectInspector::findProjectRoot(EngineManager::base() + u"/Game"_s);
+    const auto root = ProjectInspector::findProjectRoot(layout().game());
     if (root) {
         setInfo(ProjectInspector::inspect(*root));
         if (!m_state.isBusy()) {
             try {
                 const EngineSpec spec = EngineManager::spec(*m_info);
-                const bool ready = EngineManager::executable(spec) && isImported(*root);
+                const bool ready = EngineManager::executable(layout(), spec) && isImported(*root);
                 setState(ready ? AppState::ready() : AppState::notDownloaded());
             } catch (const ProcessFailure &) {
                 // A project this launcher cannot set up is told about when Play is pressed.

@@ -1,32 +1,34 @@
 #pragma once
 
+#include "acquisition/datalayout.h"
 #include "acquisition/enginemanager.h"
 #include "app/appstate.h"
-#include "process/gamerunner.h"
+#include "app/datafolder.h"
+#include "common/taskscope.h"
 #include "process/logstore.h"
-#include "process/processbox.h"
 #include "project/projectinfo.h"
 
 #include <QCoroTask>
 #include <QObject>
-#include <QPointer>
-#include <QTimer>
-#include <QUrl>
 #include <QVariant>
 #include <chrono>
 #include <memory>
 #include <optional>
 
-class FetchHandle;
-class FileDownloader;
+class Housekeeping;
+class Pipeline;
+class ViewRules;
 
 /**
- * @brief The one observable model the whole window reads.
+ * @brief The one observable model the windows read: the state and the commands
+ * they bind to.
  *
  * Holds the state, the progress of the step under way, what was read from the
- * project, the two settings, the log and the game runner. Everything runs on the
- * GUI thread; steps are coroutines that suspend at network, process and sleep points
- * and throw on failure.
+ * project, the two settings and the log. The work behind the commands lives in
+ * Pipeline (Play, its steps and how a game's end is judged) and Housekeeping (sizes,
+ * update, reinstall, remove everything, showing folders); what the windows derive
+ * from the state lives in ViewRules. Those alone may change the state; everything
+ * runs on the GUI thread.
  */
 class AppModel : public QObject
 {
@@ -35,6 +37,7 @@ class AppModel : public QObject
     Q_PROPERTY(QString stateTitle READ stateTitle NOTIFY stateChanged)
     Q_PROPERTY(QVariant progress READ progressValue NOTIFY progressChanged)
     Q_PROPERTY(QString progressText READ progressText NOTIFY progressTextChanged)
+    Q_PROPERTY(QString setupNote READ setupNote NOTIFY setupNoteChanged)
     Q_PROPERTY(QVariant info READ infoValue NOTIFY infoChanged)
     Q_PROPERTY(QVariant downloadSizeText READ downloadSizeTextValue NOTIFY downloadSizeTextChanged)
     Q_PROPERTY(QVariant failureReport READ failureReportValue NOTIFY failureReportChanged)
@@ -53,6 +56,7 @@ public:
     {
         QString engineEndpoint = EngineManager::defaultEndpoint();
         QString gameArchiveUrl = defaultGameArchiveUrl();
+        DataLayout layout = DataLayout::fromEnvironment();
         std::chrono::milliseconds downloadIdleTimeout{60000};
         std::chrono::milliseconds importPollInterval{2000};
         std::chrono::milliseconds importDeadline{1200 * 1000};
@@ -78,6 +82,8 @@ public:
     QString stateTitle() const { return m_state.title(); }
     std::optional<double> progress() const { return m_progress; }
     QString progressText() const { return m_progressText; }
+    /** What the launcher asks of the player while a step runs; empty for nothing. */
+    QString setupNote() const { return m_setupNote; }
     const std::optional<ProjectInfo> &info() const { return m_info; }
     std::optional<QString> downloadSizeText() const { return m_downloadSizeText; }
     std::optional<QString> failureReport() const { return m_failureReport; }
@@ -85,8 +91,11 @@ public:
     bool fullscreen() const { return m_fullscreen; }
     QString resolution() const { return m_resolution; }
     LogStore *log() const { return m_log; }
-    GameRunner &runner() { return m_runner; }
     const Config &config() const { return m_config; }
+    const DataLayout &layout() const { return m_config.layout; }
+    ViewRules *viewRules() const { return m_viewRules.get(); }
+    Pipeline &pipeline() const { return *m_pipeline; }
+    Housekeeping &housekeeping() const { return *m_housekeeping; }
 
     void setFullscreen(bool fullscreen);
     void setResolution(const QString &resolution);
@@ -96,23 +105,27 @@ public:
     bool canCancel() const;
     bool isBusy() const { return m_state.isBusy(); }
     /** True while the pipeline task runs. */
-    bool isWorking() const { return m_working; }
+    bool isWorking() const;
 
     /** Godot's own save folder for the project; the launcher only reads it. */
     QString savesURL() const;
+    /** The marker is there and the files say the import of `root` is complete. */
+    bool isImported(const QString &root) const;
     /** Re-reads the disk: the project, whether it is ready to play, the save folder. */
     Q_INVOKABLE void refreshFromDisk();
+
     /** Starts the pipeline unless something is already under way. */
     Q_INVOKABLE void play();
     /** Stops the download or the setup process in flight. */
     Q_INVOKABLE void cancel();
     /** Stops the running game. */
     Q_INVOKABLE void stopGame();
-    /** For quitting: cancels the setup in flight, stops the game and returns once the
-     *  pipeline has ended and cleaned up (within a few seconds at most). */
+    /** For quitting: ends every child within the stop grace (killing what is left),
+     *  ends the pipeline and releases the data folder. Blocks at most the grace and a
+     *  moment. */
     void shutDown();
 
-    // Maintenance. The three deleting commands do nothing while busy.
+    // Housekeeping. The three deleting commands do nothing while busy.
     Q_INVOKABLE void updateGame();
     Q_INVOKABLE void reinstall();
     Q_INVOKABLE void removeEverything();
@@ -120,41 +133,14 @@ public:
     Q_INVOKABLE void revealInFinder();
     /** Sets downloadSizeText from the servers' announced sizes, engine first. */
     QCoro::Task<void> loadSizeEstimate();
-    /** The space the base folder takes on disk (allocated blocks), 0 when absent. */
+    /** The space the files in the base folder take on disk, 0 when it is absent. */
     QCoro::Task<qint64> installedSize();
-
-    /** The engine's arguments that start the game in `root`; fullscreen drops the
-     *  resolution. */
-    static QStringList launchArguments(const QString &root, bool fullscreen,
-                                       const QString &resolution);
-    enum class GameEnd { Stopped, Normal, Unexpected };
-    /** How a game run ended, from how long it ran and how. */
-    static GameEnd judgeGameEnd(double elapsedSeconds, int exitCode, bool stopped,
-                                double thresholdSeconds = 10.0);
-    /** The report of an unexpected ending: the run's length, its exit code and the
-     *  last 30 log lines. */
-    static QString failureReportText(double elapsedSeconds, int exitCode, const QStringList &log);
-
-    // Pipeline steps. Each reports through state, progress and the log, and throws
-    // ProcessFailure or PlatformError on failure.
-    QCoro::Task<QString> download(QString name, QString label, QUrl url, QString file, QString dir);
-    QCoro::Task<void> downloadGame();
-    QCoro::Task<void> downloadEngine(EngineSpec spec);
-    QCoro::Task<void> importProject(QString exe, EngineSpec spec, QString root);
-    /** A fresh private folder vantro-<UUID> in the temporary folder. */
-    static QString makeTempDir();
-    bool isImported(const QString &root) const;
-
-    void setState(const AppState &state);
-    void setProgress(std::optional<double> progress);
-    void setProgressText(const QString &text);
-    void setFailureReport(std::optional<QString> report);
-    void setDownloadSizeText(std::optional<QString> text);
 
 Q_SIGNALS:
     void stateChanged();
     void progressChanged();
     void progressTextChanged();
+    void setupNoteChanged();
     void infoChanged();
     void downloadSizeTextChanged();
     void failureReportChanged();
@@ -162,99 +148,34 @@ Q_SIGNALS:
     void fullscreenChanged();
     void resolutionChanged();
 
-public:
-    // What the windows show. The rules behind every text, colour and enabled state
-    // that the QML binds to live here and in viewrules.cpp, so that they are tested
-    // in C++ and the views stay bindings and command calls.
-    Q_PROPERTY(QString stateColor READ stateColor NOTIFY windowChanged)
-    Q_PROPERTY(QString actionButton READ actionButton NOTIFY windowChanged)
-    Q_PROPERTY(QString playTitle READ playTitle NOTIFY windowChanged)
-    Q_PROPERTY(QString progressStyle READ progressStyle NOTIFY windowChanged)
-    Q_PROPERTY(QString downloadNote READ downloadNote NOTIFY windowChanged)
-    Q_PROPERTY(QString summaryText READ summaryText NOTIFY windowChanged)
-    Q_PROPERTY(QString licenceLine READ licenceLine NOTIFY windowChanged)
-    Q_PROPERTY(QVariantList controlRows READ controlRows NOTIFY windowChanged)
-    Q_PROPERTY(QString savesNote READ savesNote NOTIFY windowChanged)
-    Q_PROPERTY(QString installedSizeText READ installedSizeText NOTIFY windowChanged)
-    Q_PROPERTY(QString removeQuestion READ removeQuestion NOTIFY windowChanged)
-    Q_PROPERTY(QString reinstallQuestion READ reinstallQuestion NOTIFY windowChanged)
-    Q_PROPERTY(QString aboutLicenceText READ aboutLicenceText NOTIFY windowChanged)
-    Q_PROPERTY(QUrl repositoryUrl READ repositoryUrl CONSTANT)
-    Q_PROPERTY(QString repositoryLinkText READ repositoryLinkText CONSTANT)
-    Q_PROPERTY(QString basedOnText READ basedOnText CONSTANT)
-
-public:
-    // What the windows show
-    /** The state line's colour: a fixed colour, or empty for the palette's text colour. */
-    QString stateColor() const;
-    /** The one action button: "play", "cancel" or "stop". */
-    QString actionButton() const;
-    QString playTitle() const;
-    /** "spinner", "bar", or empty when no progress is shown. */
-    QString progressStyle() const;
-    QString downloadNote() const;
-    QString summaryText() const;
-    QString licenceLine() const;
-    QVariantList controlRows() const;
-    QString savesNote() const;
-    /** The base folder's size for the settings window; "…" until measured. */
-    QString installedSizeText() const { return m_installedSizeText; }
-    QString removeQuestion() const;
-    QString reinstallQuestion() const;
-    QString aboutLicenceText() const;
-    QUrl repositoryUrl() const;
-    QString repositoryLinkText() const;
-    QString basedOnText() const;
-    /** Shows "…", then the installed size once the folder walk is done. */
-    Q_INVOKABLE void measureInstalledSize();
-    /** Replaces the clipboard's content with `text` as plain text. */
-    Q_INVOKABLE static void copyToClipboard(const QString &text);
-
-Q_SIGNALS:
-    void windowChanged();
-
 private:
-    bool connectWindowRules();
-    QString m_installedSizeText = QStringLiteral("\u2026");
-    quint64 m_sizeRequests = 0; // only the newest measurement may set the text
-    bool m_windowRulesConnected = connectWindowRules();
-    // End of what the windows show.
+    friend class Pipeline;
+    friend class Housekeeping;
+    friend class ModelPreview;
 
-private:
-    // Held from the first Play until the model goes: one launcher per data folder.
-    class DataLock
-    {
-    public:
-        DataLock() = default;
-        DataLock(const DataLock &) = delete;
-        DataLock &operator=(const DataLock &) = delete;
-        ~DataLock();
-        bool acquire(const QString &path);
-
-    private:
-        int m_fd = -1;
-    };
-
-    static QString markerPath();
-    static QString dataLockPath();
-    void cleanLeftovers();
-    bool maintenanceAllowed();
-    void promote();
-    QCoro::Task<void> work();
-    QCoro::Task<void> runPipeline();
-    QCoro::Task<void> launch(QString exe, QString root);
+    void setState(const AppState &state);
+    void setProgress(std::optional<double> progress);
+    void setProgressText(const QString &text);
+    void setSetupNote(const QString &note);
+    void setInfo(std::optional<ProjectInfo> info);
+    void setFailureReport(std::optional<QString> report);
+    void setDownloadSizeText(std::optional<QString> text);
+    void setSavesFolderExists(bool exists);
+    /** Starts a step the player sees: its state, no fraction, its own line under the bar. */
+    void beginStep(const AppState &state, const QString &progressText = {});
 
     QVariant progressValue() const;
     QVariant infoValue() const;
     QVariant downloadSizeTextValue() const;
     QVariant failureReportValue() const;
-    void setInfo(std::optional<ProjectInfo> info);
-    void setSavesFolderExists(bool exists);
 
     Config m_config;
+    // Every wait of the model's work belongs to it; it goes first when the model goes.
+    TaskScope m_scope;
     AppState m_state = AppState::notDownloaded();
     std::optional<double> m_progress;
     QString m_progressText;
+    QString m_setupNote;
     std::optional<ProjectInfo> m_info;
     std::optional<QString> m_downloadSizeText;
     std::optional<QString> m_failureReport;
@@ -263,12 +184,8 @@ private:
     QString m_resolution;
 
     LogStore *m_log;
-    GameRunner m_runner;
-    QPointer<FileDownloader> m_downloader;
-    std::shared_ptr<FetchHandle> m_checksumFetch;
-    std::shared_ptr<ProcessBox> m_setupBox;
-    bool m_cancelRequested = false;
-    bool m_working = false; // the pipeline task is held
-    QTimer m_promotion;     // starting -> playing once the game has run a while
-    DataLock m_dataLock;
+    DataFolder m_dataFolder;
+    std::unique_ptr<Pipeline> m_pipeline;
+    std::unique_ptr<Housekeeping> m_housekeeping;
+    std::unique_ptr<ViewRules> m_viewRules;
 };

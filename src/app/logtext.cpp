@@ -1,6 +1,6 @@
 #include "logtext.h"
 
-#include "app/appmodel.h"
+#include "app/viewrules.h"
 #include "process/logstore.h"
 
 using namespace Qt::StringLiterals;
@@ -80,7 +80,7 @@ QString LogText::joined() const
 
 void LogText::copy() const
 {
-    AppModel::copyToClipboard(joined());
+    ViewRules::copyToClipboard(joined());
 }
 
 void LogText::schedule()

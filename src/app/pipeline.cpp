@@ -1,189 +1,381 @@
-// Play: from whatever is on disk to a running game, and how its end is judged.
-#include "app/appmodel.h"
+#include "pipeline.h"
 
-#include "acquisition/folderguard.h"
+#include "acquisition/engineinstall.h"
+#include "acquisition/filedownloader.h"
+#include "acquisition/importwatcher.h"
+#include "acquisition/network.h"
+#include "acquisition/repodownloader.h"
 #include "acquisition/tempfolders.h"
+#include "app/appmodel.h"
+#include "common/bytecount.h"
+#include "common/fileops.h"
+#include "common/paths.h"
 #include "process/processfailure.h"
+#include "process/runprocess.h"
 #include "project/projectinspector.h"
 
-#include <QCoroTimer>
-#include <QDir>
 #include <QElapsedTimer>
-#include <QEventLoop>
+#include <QFile>
 #include <QFileInfo>
-#include <QNetworkReply>
-#include <QStringList>
-
-#include <cerrno>
-#include <fcntl.h>
-#include <sys/file.h>
-#include <unistd.h>
 
 using namespace Qt::StringLiterals;
 
 namespace {
-// The user's cancel reaches a download as Qt's cancelled error; nothing else does.
-bool isCancelError(const std::exception &error)
+bool isValidAddress(const QUrl &url)
 {
-    const auto *platform = dynamic_cast<const PlatformError *>(&error);
-    return platform && platform->kind == PlatformError::Kind::Network &&
-           platform->code == QNetworkReply::OperationCanceledError;
+    return url.isValid() && !url.scheme().isEmpty() && !url.host().isEmpty();
 }
 } // namespace
 
-void AppModel::play()
+Pipeline::Pipeline(AppModel &model) : m(model), m_runner(model.m_scope, model.config().stopGrace)
 {
-    if (m_state.isBusy() || m_working)
+    m_promotion.setSingleShot(true);
+    connect(&m_promotion, &QTimer::timeout, this, &Pipeline::promote);
+}
+
+Pipeline::~Pipeline() = default;
+
+void Pipeline::play()
+{
+    if (m.m_state.isBusy() || m_working)
         return;
     // Two launchers must never work on one data folder; the second one says so.
-    if (!m_dataLock.acquire(dataLockPath())) {
+    if (!m.m_dataFolder.lock()) {
         const QString why = u"Another Vantro 3D is already using this computer's game folder. "
                             u"Close it, then press Play again."_s;
-        m_log->append(u"Problem: "_s + why);
-        setState(AppState::needs(why));
+        m.m_log->append(u"Problem: "_s + why);
+        m.setState(AppState::needs(why));
         return;
     }
-    setFailureReport(std::nullopt);
+    m.setFailureReport(std::nullopt);
     m_cancelRequested = false;
-    m_log->clear();
+    m.m_log->clear();
     m_working = true;
-    // Not kept: the task frees itself when it ends, and the flag says it runs.
+    // Not kept: the task frees itself when it ends, the flag says it runs, and the
+    // model's scope ends it if the model goes first.
     work();
 }
 
-QCoro::Task<void> AppModel::work()
+QCoro::Task<void> Pipeline::work()
 {
-    const QPointer<AppModel> self(this);
     co_await runPipeline();
-    if (self)
-        m_working = false;
+    m_working = false;
 }
 
-void AppModel::stopGame()
+void Pipeline::cancel()
+{
+    m_cancelRequested = true;
+    if (m_downloader)
+        m_downloader->cancel();
+    if (m_checksumFetch)
+        m_checksumFetch->cancel();
+    if (m_setupBox)
+        m_setupBox->stop();
+}
+
+void Pipeline::stopGame()
 {
     if (m_runner.box)
         m_runner.box->stop();
 }
 
-void AppModel::shutDown()
+void Pipeline::throwIfCancelled() const
 {
-    cancel();
-    stopGame();
-    m_promotion.stop();
-    // Everything in flight now ends within the stop grace: downloads abort at once,
-    // children are killed after it. Waiting here keeps the pipeline from resuming
-    // into a model that is gone and from leaving half-written folders behind.
-    QElapsedTimer clock;
-    clock.start();
-    const qint64 bound = m_config.stopGrace.count() + 10000;
-    while (m_working && clock.elapsed() < bound)
-        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents, 50);
+    if (m_cancelRequested)
+        throw Cancelled();
 }
 
-QCoro::Task<void> AppModel::runPipeline()
+std::shared_ptr<ProcessBox> Pipeline::setupBox()
 {
-    const QPointer<AppModel> self(this);
+    throwIfCancelled();
+    m_setupBox = std::make_shared<ProcessBox>(m.m_scope, m.config().stopGrace);
+    return m_setupBox;
+}
+
+QCoro::Task<void> Pipeline::runPipeline()
+{
+    const DataLayout &layout = m.layout();
     try {
-        cleanLeftovers();
-        const QString game = EngineManager::base() + u"/Game"_s;
-        if (!ProjectInspector::findProjectRoot(game)) {
+        // Only the holder of the data lock gets here, so what a run left in the
+        // places of the sweep belongs to a run that is over.
+        m.m_dataFolder.sweep();
+        if (!ProjectInspector::findProjectRoot(layout.game()))
             co_await downloadGame();
-            if (!self)
-                co_return;
-        }
-        const auto root = ProjectInspector::findProjectRoot(game);
+        throwIfCancelled();
+        const auto root = ProjectInspector::findProjectRoot(layout.game());
         if (!root)
             throw ProcessFailure(
                 u"The download did not contain a Godot project (no project.godot)."_s);
-        setInfo(ProjectInspector::inspect(*root));
-        if (m_info->hasSubmodules)
-            m_log->append(u"Note: the repository lists git submodules (.gitmodules). They are not "
-                          u"part of the zip download, so the game may be missing files."_s);
-        const EngineSpec spec = EngineManager::spec(*m_info);
-        if (!EngineManager::executable(spec)) {
+        m.setInfo(ProjectInspector::inspect(*root));
+        if (m.m_info->hasSubmodules)
+            m.m_log->append(u"Note: the repository lists git submodules (.gitmodules). They are "
+                            u"not part of the zip download, so the game may be missing files."_s);
+        const EngineSpec spec = EngineManager::spec(*m.m_info);
+        if (!EngineManager::executable(layout, spec))
             co_await downloadEngine(spec);
-            if (!self)
-                co_return;
-        }
-        const auto exe = EngineManager::executable(spec);
+        throwIfCancelled();
+        const auto exe = EngineManager::executable(layout, spec);
         if (!exe)
             throw ProcessFailure(u"The Godot engine is missing after setup."_s);
-        if (!isImported(*root)) {
+        if (!m.isImported(*root))
             co_await importProject(*exe, spec, *root);
-            if (!self)
-                co_return;
-        }
+        throwIfCancelled();
         co_await launch(*exe, *root);
-        if (!self)
-            co_return;
     } catch (const std::exception &error) {
-        if (!self)
+        // The model is going: nothing is reported to it any more.
+        if (m.m_scope.isAbandoned())
             co_return;
-        if (!m_cancelRequested && !isCancelError(error)) {
+        if (!dynamic_cast<const Cancelled *>(&error) && !m_cancelRequested) {
             const QString why = describeError(error);
-            m_log->append(u"Problem: "_s + why);
-            setState(AppState::needs(why));
+            m.m_log->append(u"Problem: "_s + why);
+            m.setState(AppState::needs(why));
         } else {
-            m_log->append(u"Cancelled."_s);
-            refreshFromDisk();
-            if (m_state != AppState::ready())
-                setState(AppState::notDownloaded());
+            m.m_log->append(u"Cancelled."_s);
+            m.refreshFromDisk();
+            if (m.m_state != AppState::ready())
+                m.setState(AppState::notDownloaded());
         }
     }
-    setProgress(std::nullopt);
-    setProgressText(QString());
-    setSavesFolderExists(QFileInfo::exists(savesURL()));
+    m.setProgress(std::nullopt);
+    m.setProgressText(QString());
+    m.setSetupNote(QString());
+    m.setSavesFolderExists(QFileInfo::exists(m.savesURL()));
 }
 
-QCoro::Task<void> AppModel::launch(QString exe, QString root)
+QCoro::Task<QString> Pipeline::download(QString name, QString label, QUrl url, QString file,
+                                        QString dir)
 {
-    const QPointer<AppModel> self(this);
-    const QStringList arguments = launchArguments(root, m_fullscreen, m_resolution);
-    setState(AppState::starting());
-    setProgressText(QString());
+    Q_UNUSED(name); // the user sees the label; the name is for the caller
+    auto downloader = std::make_unique<FileDownloader>(dir, file, m.m_scope);
+    downloader->setIdleTimeout(m.config().downloadIdleTimeout);
+    downloader->setUnpackFolder(m.layout().base());
+    m_downloader = downloader.get();
+    if (m_cancelRequested)
+        downloader->cancel();
+
+    m.beginStep(AppState::downloading(label), u"Starting\u2026"_s);
+    m.m_log->append(u"Downloading "_s + url.toString());
+
     QElapsedTimer clock;
     clock.start();
-    m_promotion.start(m_config.promotionDelay);
+    QPointer<Pipeline> self(this);
+    auto onProgress = [self, clock](qint64 written, qint64 expected) {
+        QMetaObject::invokeMethod(
+            self,
+            [self, clock, written, expected] {
+                if (!self)
+                    return;
+                AppModel &model = self->m;
+                // The floor keeps the first report from showing an absurd speed.
+                const double elapsed = std::max(clock.nsecsElapsed() / 1e9, 0.1);
+                const QString speed = formatByteCount(qint64(written / elapsed)) + u"/s"_s;
+                if (expected < 1) {
+                    model.setProgress(std::nullopt);
+                    model.setProgressText(formatByteCount(written) + u" \u00b7 "_s + speed);
+                } else {
+                    model.setProgress(std::clamp(double(written) / double(expected), 0.0, 1.0));
+                    model.setProgressText(formatByteCount(written) + u" of "_s +
+                                          formatByteCount(expected) + u" \u00b7 "_s + speed);
+                }
+            },
+            Qt::QueuedConnection);
+    };
+    co_return co_await downloader->download(url, onProgress);
+}
+
+QCoro::Task<void> Pipeline::downloadGame()
+{
+    const QUrl url(m.config().gameArchiveUrl);
+    if (!isValidAddress(url))
+        throw ProcessFailure(u"Bad game address."_s);
+    const DataLayout &layout = m.layout();
+    try {
+        const FolderGuard temp{TempFolders::make()};
+        const QString name = u"game"_s, label = u"the game"_s, file = u"game.zip"_s;
+        const QString zip = co_await download(name, label, url, file, temp.path);
+        throwIfCancelled();
+
+        m.beginStep(AppState::settingUp(u"unpacking the game"_s));
+        // Whatever happens, no half-unpacked copy stays behind; after the move it is
+        // gone anyway.
+        const FolderGuard staging{layout.gameStaging()};
+        const auto box = setupBox();
+        co_await RepoDownloader::unzip(zip, staging.path, m.m_log, box);
+        if (!ProjectInspector::findProjectRoot(staging.path))
+            throw ProcessFailure(u"The downloaded game has no project.godot file."_s);
+        // Only now, and before the swap: the marker records the old game's import, and
+        // must never stand beside another game.
+        if (!removeTree(layout.marker()))
+            throw PlatformError(PlatformError::Kind::FileSystem,
+                                u"Could not remove the old import record \u201c"_s +
+                                    layout.marker() + u"\u201d."_s);
+        replaceByRename(staging.path, layout.game(), layout.gameAside(), u"the game"_s);
+    } catch (...) {
+        restorePrevious();
+        throw;
+    }
+    removeTree(layout.previousGame());
+    removeTree(layout.previousMarker());
+    m.m_log->append(u"Game unpacked."_s);
+}
+
+QCoro::Task<void> Pipeline::downloadEngine(EngineSpec spec)
+{
+    const QString endpoint = m.config().engineEndpoint;
+    const QUrl url = EngineManager::archiveUrl(spec, endpoint);
+    if (!isValidAddress(url))
+        throw ProcessFailure(u"Bad engine address."_s);
+    const DataLayout &layout = m.layout();
+    try {
+        const QString label = u"Godot "_s + spec.version;
+        m.beginStep(AppState::downloading(u"checksum for "_s + label));
+        m_checksumFetch = std::make_shared<FetchHandle>(m.m_scope);
+        if (m_cancelRequested)
+            m_checksumFetch->cancel();
+        const QString expected = co_await EngineManager::expectedChecksum(
+            spec, endpoint, m.config().downloadIdleTimeout, m_checksumFetch);
+
+        const FolderGuard temp{TempFolders::make()};
+        const QString zip = co_await download(spec.zipName, label, url, spec.zipName, temp.path);
+        throwIfCancelled();
+
+        m.beginStep(AppState::settingUp(u"checking the engine download"_s));
+        // Exceptions do not cross the thread pool; the text comes back instead. The
+        // closure and the task are named: GCC 12 frees temporaries of a co_await
+        // expression too early.
+        const auto hash = [zip] {
+            try {
+                return std::pair{EngineManager::sha512(zip), QString()};
+            } catch (const std::exception &e) {
+                return std::pair{QString(), describeError(e)};
+            }
+        };
+        auto hashing = onWorker(m.m_scope, hash);
+        const std::pair<QString, QString> hashed = co_await std::move(hashing);
+        const QString &digest = hashed.first, &error = hashed.second;
+        if (!error.isEmpty())
+            throw PlatformError(PlatformError::Kind::FileSystem, error);
+        if (digest != expected)
+            throw ProcessFailure(u"The engine download did not match its official checksum, so "
+                                 u"it was discarded."_s);
+        m.m_log->append(u"Checksum OK (SHA-512)."_s);
+        throwIfCancelled();
+
+        m.beginStep(AppState::settingUp(u"unpacking the engine"_s));
+        const auto box = setupBox();
+        co_await EngineManager::install(zip, spec, layout, m.m_log, box);
+    } catch (...) {
+        restorePrevious();
+        throw;
+    }
+    removeTree(layout.previousEngines());
+}
+
+void Pipeline::restorePrevious()
+{
+    const DataLayout &layout = m.layout();
+    const QByteArray game = QFile::encodeName(layout.game());
+    if (!exists(game, Links::DoNotFollow) &&
+        exists(QFile::encodeName(layout.previousGame()), Links::DoNotFollow) &&
+        setAside(layout.previousGame(), layout.game())) {
+        setAside(layout.previousMarker(), layout.marker());
+        m.m_log->append(u"The update could not be downloaded; your installed game was kept."_s);
+        if (const auto root = ProjectInspector::findProjectRoot(layout.game()))
+            m.setInfo(ProjectInspector::inspect(*root));
+    }
+    if (!exists(QFile::encodeName(layout.engines()), Links::DoNotFollow) &&
+        setAside(layout.previousEngines(), layout.engines()))
+        m.m_log->append(
+            u"The engine could not be downloaded again; your installed engine was kept."_s);
+}
+
+QCoro::Task<void> Pipeline::importProject(QString exe, EngineSpec spec, QString root)
+{
+    m.beginStep(AppState::settingUp(u"First-time setup, this can take a minute or more"_s),
+                u"Godot is preparing the game's files\u2026"_s);
+    // A cancel that came before the engine started must not start it at all.
+    if (m_cancelRequested)
+        throw Cancelled(u"Setup was cancelled."_s);
+    const auto box = setupBox();
+
+    std::unique_ptr<ImportWatcher> watcher;
+    if (spec.major < 4) {
+        const QString note = u"Godot 3 prepares the game in its editor. A Godot window opens for a "
+                             u"moment and is closed automatically; please leave it alone."_s;
+        m.m_log->append(note);
+        m.setSetupNote(note);
+        watcher = std::make_unique<ImportWatcher>(root, box, m.m_log, m.config().importPollInterval,
+                                                  m.config().importDeadline);
+    }
+    LogStore *log = m.m_log;
+    int status = 0;
+    try {
+        status = co_await runProcess(exe, spec.importArgs(root), box,
+                                     [log](const QString &line) { log->append(line); });
+    } catch (const LaunchError &error) {
+        throw PlatformError(PlatformError::Kind::Launch,
+                            u"The Godot editor could not be started: "_s + error.reason + u"."_s);
+    }
+    watcher.reset();
+    m.setSetupNote(QString());
+
+    if (box->isStopped() && m_cancelRequested)
+        throw Cancelled(u"Setup was cancelled."_s);
+    // The exit status is not consulted: an editor closed by the watcher ends by a
+    // signal, and that is a success. The files decide.
+    if (EngineManager::importIsComplete(root)) {
+        const QString marker = m.layout().marker();
+        // Whatever stands at the marker's place (a folder, say) would make it unwritable.
+        removeTree(marker);
+        QFile file(marker);
+        if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate))
+            qWarning("Could not write the import marker: %s", qPrintable(file.errorString()));
+        co_return;
+    }
+    throw ProcessFailure(u"Godot did not finish preparing the game's files (exit code "_s +
+                         QString::number(status) + u"). Open \"Show log\" for details."_s);
+}
+
+QCoro::Task<void> Pipeline::launch(QString exe, QString root)
+{
+    const QStringList arguments = launchArguments(root, m.m_fullscreen, m.m_resolution);
+    m.beginStep(AppState::starting());
+    QElapsedTimer clock;
+    clock.start();
+    m_promotion.start(m.config().promotionDelay);
 
     int exitCode = 0;
     try {
-        exitCode = co_await m_runner.run(exe, arguments, m_log);
-    } catch (const std::exception &error) {
-        if (!self)
-            co_return;
+        exitCode = co_await m_runner.run(exe, arguments, m.m_log);
+    } catch (const LaunchError &error) {
         m_promotion.stop();
-        setState(AppState::needs(u"The game could not be started: "_s + describeError(error)));
+        m.setState(AppState::needs(u"The game could not be started: "_s + error.reason + u"."_s));
         co_return;
     }
-    if (!self)
-        co_return;
     m_promotion.stop();
     const double elapsed = clock.nsecsElapsed() / 1e9;
-    const bool stopped = m_runner.box && m_runner.box->isStopped();
-    if (stopped) {
-        setState(AppState::ready());
+    if (m_runner.box->isStopped()) {
+        m.setState(AppState::ready());
         co_return;
     }
     // The game's last lines are still on their way to the log.
-    co_await QCoro::sleepFor(m_config.settleDelay);
-    if (!self)
-        co_return;
-    const double threshold = m_config.promotionDelay.count() / 1000.0;
+    co_await sleepFor(m.m_scope, m.config().settleDelay);
+    const double threshold = m.config().promotionDelay.count() / 1000.0;
     if (judgeGameEnd(elapsed, exitCode, false, threshold) == GameEnd::Unexpected) {
-        setFailureReport(failureReportText(elapsed, exitCode, m_log->lines()));
-        setState(AppState::needs(u"the game closed unexpectedly"_s));
+        m.setFailureReport(failureReportText(elapsed, exitCode, m.m_log->lines()));
+        m.setState(AppState::needs(u"the game closed unexpectedly"_s));
     } else {
-        setState(AppState::ready());
+        m.setState(AppState::ready());
     }
 }
 
-void AppModel::promote()
+void Pipeline::promote()
 {
-    if (m_state == AppState::starting() && m_runner.box && m_runner.box->isRunning())
-        setState(AppState::playing());
+    if (m.m_state == AppState::starting() && m_runner.box && m_runner.box->isRunning())
+        m.setState(AppState::playing());
 }
 
-QStringList AppModel::launchArguments(const QString &root, bool fullscreen,
+QStringList Pipeline::launchArguments(const QString &root, bool fullscreen,
                                       const QString &resolution)
 {
     QStringList arguments{u"--path"_s, root};
@@ -194,7 +386,7 @@ QStringList AppModel::launchArguments(const QString &root, bool fullscreen,
     return arguments;
 }
 
-AppModel::GameEnd AppModel::judgeGameEnd(double elapsedSeconds, int exitCode, bool stopped,
+Pipeline::GameEnd Pipeline::judgeGameEnd(double elapsedSeconds, int exitCode, bool stopped,
                                          double thresholdSeconds)
 {
     if (stopped)
@@ -205,65 +397,11 @@ AppModel::GameEnd AppModel::judgeGameEnd(double elapsedSeconds, int exitCode, bo
                                                               : GameEnd::Normal;
 }
 
-QString AppModel::failureReportText(double elapsedSeconds, int exitCode, const QStringList &log)
+QString Pipeline::failureReportText(double elapsedSeconds, int exitCode, const QStringList &log)
 {
     const qint64 seconds = qint64(elapsedSeconds);
     return u"The game closed after "_s + QString::number(seconds) +
            (seconds == 1 ? u" second"_s : u" seconds"_s) + u" (exit code "_s +
            QString::number(exitCode) + u"). Last lines of the log:\n\n"_s +
            log.mid(std::max<qsizetype>(0, log.size() - 30)).join(u'\n');
-}
-
-QString AppModel::dataLockPath()
-{
-    // Beside the base folder, not in it: removing everything must not drop the lock.
-    return EngineManager::base() + u".lock"_s;
-}
-
-void AppModel::cleanLeftovers()
-{
-    // Only the holder of the data lock gets here, so whatever a run left in these
-    // places belongs to a run that is over.
-    const QString base = EngineManager::base();
-    removeTree(base + u"/GameStaging"_s);
-    removeTree(base + u"/Game.old"_s);
-    removeTree(base + u"/Engine.old"_s);
-    removeTree(base + u".old"_s);
-    const QDir engines(base + u"/Engine"_s);
-    for (const QString &entry :
-         engines.entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden | QDir::System)) {
-        if (entry.endsWith(u".unpacking"_s) || entry.endsWith(u".old"_s))
-            removeTree(engines.filePath(entry));
-    }
-    removeAbandonedTemporaryFolders();
-}
-
-bool AppModel::DataLock::acquire(const QString &path)
-{
-    if (m_fd >= 0)
-        return true;
-    QDir().mkpath(QFileInfo(path).path());
-    const QByteArray native = QFile::encodeName(path);
-    int fd = ::open(native.constData(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
-    if (fd < 0 && (errno == EISDIR || errno == ELOOP)) {
-        // Something of the wrong kind in the lock's place: it is ours, so it goes.
-        removeTree(path);
-        fd = ::open(native.constData(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
-    }
-    // A folder where no lock can be made is no sign of another launcher; the
-    // pipeline will meet the real problem and name it.
-    if (fd < 0)
-        return true;
-    if (::flock(fd, LOCK_EX | LOCK_NB) != 0) {
-        ::close(fd);
-        return false;
-    }
-    m_fd = fd;
-    return true;
-}
-
-AppModel::DataLock::~DataLock()
-{
-    if (m_fd >= 0)
-        ::close(m_fd);
 }

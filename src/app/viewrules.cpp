@@ -1,10 +1,10 @@
-// The rules behind what the windows show: which button, which colour, which note.
+#include "viewrules.h"
+
 #include "app/appmodel.h"
-#include "app/bytecount.h"
+#include "common/bytecount.h"
 
 #include <QClipboard>
 #include <QGuiApplication>
-#include <QPointer>
 
 using namespace Qt::StringLiterals;
 
@@ -16,19 +16,24 @@ const QString goodColor = u"#2e9d44"_s;
 const QString ellipsis = u"\u2026"_s;
 } // namespace
 
-bool AppModel::connectWindowRules()
+ViewRules::ViewRules(AppModel &model)
+    : m(model), m_archiveUrl(model.config().gameArchiveUrl), m_installedSizeText(ellipsis)
 {
     // Every derived text follows the published fields it reads; one signal keeps
     // the bindings simple, and re-reading a few short strings costs nothing.
     for (auto signal : {&AppModel::stateChanged, &AppModel::progressChanged, &AppModel::infoChanged,
                         &AppModel::downloadSizeTextChanged, &AppModel::savesFolderExistsChanged})
-        connect(this, signal, this, &AppModel::windowChanged);
-    return true;
+        connect(&model, signal, this, &ViewRules::changed);
 }
 
-QString AppModel::stateColor() const
+AppState::Kind ViewRules::state() const
 {
-    switch (m_state.kind()) {
+    return m.state().kind();
+}
+
+QString ViewRules::stateColor(AppState::Kind state)
+{
+    switch (state) {
     case AppState::Needs:
         return warningColor;
     case AppState::Ready:
@@ -39,118 +44,136 @@ QString AppModel::stateColor() const
     }
 }
 
-QString AppModel::actionButton() const
+QString ViewRules::actionButton(AppState::Kind state)
 {
-    if (isGameRunning())
+    if (state == AppState::Starting || state == AppState::Playing)
         return u"stop"_s;
-    if (canCancel())
+    if (state == AppState::Downloading || state == AppState::SettingUp)
         return u"cancel"_s;
     return u"play"_s;
 }
 
-QString AppModel::playTitle() const
+QString ViewRules::playTitle(AppState::Kind state)
 {
-    const auto kind = m_state.kind();
-    return kind == AppState::Ready || kind == AppState::NotDownloaded ? u"Play"_s : u"Try again"_s;
+    return state == AppState::Ready || state == AppState::NotDownloaded ? u"Play"_s
+                                                                        : u"Try again"_s;
 }
 
-QString AppModel::progressStyle() const
+QString ViewRules::progressStyle() const
 {
-    if (!canCancel())
+    return progressStyle(state(), m.progress().has_value());
+}
+
+QString ViewRules::progressStyle(AppState::Kind state, bool hasFraction)
+{
+    if (state != AppState::Downloading && state != AppState::SettingUp)
         return {};
-    return m_progress ? u"bar"_s : u"spinner"_s;
+    return hasFraction ? u"bar"_s : u"spinner"_s;
 }
 
-QString AppModel::downloadNote() const
+QString ViewRules::downloadNote() const
 {
-    if (m_state.kind() != AppState::NotDownloaded)
+    return downloadNote(state(), m.downloadSizeText());
+}
+
+QString ViewRules::downloadNote(AppState::Kind state, const std::optional<QString> &size)
+{
+    if (state != AppState::NotDownloaded)
         return {};
     return u"Downloads the game and the Godot engine once, "_s +
-           m_downloadSizeText.value_or(u"a one-time download"_s) + u". Nothing to type."_s;
+           size.value_or(u"a one-time download"_s) + u". Nothing to type."_s;
 }
 
-QString AppModel::summaryText() const
+QString ViewRules::summaryText() const
 {
-    if (!m_info)
+    if (!m.info())
         return u"A 3D racing game made with Godot. Details appear after the first download."_s;
-    return m_info->oneLiner;
+    return m.info()->oneLiner;
 }
 
-QString AppModel::licenceLine() const
+QString ViewRules::licenceLine() const
 {
-    return m_info ? u"Licence: "_s + m_info->licenseName : QString();
+    return m.info() ? u"Licence: "_s + m.info()->licenseName : QString();
 }
 
-QVariantList AppModel::controlRows() const
+QVariantList ViewRules::controlRows() const
 {
-    return m_info ? m_info->controlList() : QVariantList();
+    return m.info() ? m.info()->controlList() : QVariantList();
 }
 
-QString AppModel::savesNote() const
+QString ViewRules::savesNote() const
 {
-    if (m_savesFolderExists)
+    if (m.savesFolderExists())
         return {};
     return u"No save folder yet (it appears under ~/.local/share/godot after the game saves "
            u"something)."_s;
 }
 
-QString AppModel::removeQuestion() const
+QString ViewRules::removeQuestion() const
 {
     return u"This deletes the downloaded game and engine and frees "_s + m_installedSizeText +
            u". Save files are not touched."_s;
 }
 
-QString AppModel::reinstallQuestion() const
+QString ViewRules::reinstallQuestion() const
 {
     return u"This downloads the game and the engine again ("_s + m_installedSizeText +
            u" is installed now)."_s;
 }
 
-QString AppModel::aboutLicenceText() const
+QString ViewRules::aboutLicenceText() const
 {
     const QString licence =
-        m_info ? m_info->licenseName : u"Unlicense (public domain), per the repository"_s;
+        m.info() ? m.info()->licenseName : u"Unlicense (public domain), per the repository"_s;
     return u"The game \"Zorbit\" is made by orrik (GitHub user). Licence: "_s + licence + u"."_s;
 }
 
-QUrl AppModel::repositoryUrl() const
+QUrl ViewRules::repositoryUrl(const QString &archiveUrl)
 {
     // The repository page is the archive address without its branch-zip tail.
-    const QString archive = m_config.gameArchiveUrl;
-    const qsizetype tail = archive.indexOf(u"/archive/"_s);
-    const QUrl url(tail > 0 ? archive.left(tail) : QString(), QUrl::StrictMode);
+    const qsizetype tail = archiveUrl.indexOf(u"/archive/"_s);
+    const QUrl url(tail > 0 ? archiveUrl.left(tail) : QString(), QUrl::StrictMode);
     if (!url.isValid() || url.host().isEmpty())
         return QUrl::fromLocalFile(u"/"_s);
     return url;
 }
 
-QString AppModel::repositoryLinkText() const
+QString ViewRules::repositoryLinkText() const
 {
     const QUrl url = repositoryUrl();
     return url.isLocalFile() ? url.toLocalFile() : url.host() + url.path();
 }
 
-QString AppModel::basedOnText() const
+QString ViewRules::basedOnText() const
 {
     return u"Based on "_s + repositoryUrl().toString() + u", Unlicense."_s;
 }
 
-void AppModel::measureInstalledSize()
+void ViewRules::measureInstalledSize()
 {
     const quint64 request = ++m_sizeRequests;
     if (m_installedSizeText != ellipsis) {
         m_installedSizeText = ellipsis;
-        Q_EMIT windowChanged();
+        Q_EMIT changed();
     }
-    QCoro::connect(installedSize(), this, [this, request](qint64 bytes) {
-        if (request != m_sizeRequests)
-            return;
-        m_installedSizeText = formatByteCount(bytes);
-        Q_EMIT windowChanged();
-    });
+    measure(request);
 }
 
-void AppModel::copyToClipboard(const QString &text)
+QCoro::Task<void> ViewRules::measure(quint64 request)
+{
+    try {
+        const qint64 bytes = co_await m.installedSize();
+        // An older measurement that ends after a newer one began has nothing to say.
+        if (request != m_sizeRequests)
+            co_return;
+        m_installedSizeText = formatByteCount(bytes);
+        Q_EMIT changed();
+    } catch (const Cancelled &) {
+        // The model is going.
+    }
+}
+
+void ViewRules::copyToClipboard(const QString &text)
 {
     QClipboard *clipboard = QGuiApplication::clipboard();
     clipboard->clear();

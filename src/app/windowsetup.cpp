@@ -2,6 +2,7 @@
 
 #include "app/appmodel.h"
 #include "app/logtext.h"
+#include "app/viewrules.h"
 
 #include <QPointer>
 #include <QQmlEngine>
@@ -20,6 +21,12 @@ void registerWindowTypes(AppModel *model)
             "Vantro", 1, 0, "AppModel", [](QQmlEngine *, QJSEngine *) -> AppModel * {
                 QQmlEngine::setObjectOwnership(windowModel, QQmlEngine::CppOwnership);
                 return windowModel;
+            });
+        qmlRegisterSingletonType<ViewRules>(
+            "Vantro", 1, 0, "ViewRules", [](QQmlEngine *, QJSEngine *) -> ViewRules * {
+                ViewRules *rules = windowModel ? windowModel->viewRules() : nullptr;
+                QQmlEngine::setObjectOwnership(rules, QQmlEngine::CppOwnership);
+                return rules;
             });
         qmlRegisterType<LogText>("Vantro", 1, 0, "LogText");
         return true;

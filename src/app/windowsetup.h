@@ -4,9 +4,11 @@ class AppModel;
 class QQmlEngine;
 
 /**
- * @brief Makes the model and the log adapter known to QML as module "Vantro".
+ * @brief Makes the model, its view rules and the log adapter known to QML as module
+ * "Vantro".
  *
- * Every engine created afterwards sees `model` as the AppModel singleton; the
+ * Every engine created afterwards sees `model` as the AppModel singleton and its
+ * rules as the ViewRules singleton; the
  * program, the screenshot tool and the window tests go through this one call.
  */
 void registerWindowTypes(AppModel *model);

@@ -7,8 +7,7 @@
 
 QCoro::Task<int> GameRunner::run(QString engine, QStringList args, LogStore *log)
 {
-    box = std::make_shared<ProcessBox>(stopGrace);
-    startedAt = Clock::now();
+    box = std::make_shared<ProcessBox>(m_scope, m_grace);
     // Arguments are not quoted on purpose: the line is for reading, not for pasting.
     log->append(u"Starting: "_qs + QFileInfo(engine).fileName() + u' ' + args.join(u' '));
     co_return co_await runProcess(engine, args, box,

@@ -6,23 +6,25 @@
 #include <QStringList>
 #include <chrono>
 #include <memory>
-#include <optional>
 
 class LogStore;
 
 /**
- * @brief Runs the game through the engine and keeps what the model needs to judge
- * how the run ended: the box to stop it and the time it began.
+ * @brief Runs the game through the engine and keeps the box of the current run, so
+ * that the model can stop it and tell a stop from an ending of the game's own.
  */
 class GameRunner
 {
 public:
-    using Clock = std::chrono::steady_clock;
+    GameRunner(TaskScope scope, std::chrono::milliseconds grace)
+        : m_scope(std::move(scope)), m_grace(grace)
+    {}
 
     QCoro::Task<int> run(QString engine, QStringList args, LogStore *log);
 
     std::shared_ptr<ProcessBox> box;
-    // What each run's box gives the game between the terminate request and the kill.
-    std::chrono::milliseconds stopGrace = ProcessBox::defaultGrace;
-    std::optional<Clock::time_point> startedAt;
+
+private:
+    TaskScope m_scope;
+    std::chrono::milliseconds m_grace;
 };

@@ -1,52 +1,68 @@
 #pragma once
 
-#include <QMutex>
-#include <QPointer>
-#include <QProcess>
+#include "common/taskscope.h"
+
+#include <QProcessEnvironment>
 
 #include <chrono>
+#include <memory>
+
+class QProcess;
 
 /**
- * @brief Holds the running child of one run so that someone else can stop it.
+ * @brief Owns every process of one run: the child that runProcess starts and
+ * whatever it starts in turn, also what leaves the child's process group or session.
  *
- * runProcess starts every child as the leader of a process group of its own, so a
- * stop reaches whatever the child started too (an engine behind a wrapper script).
- * A stop sends SIGTERM to the group and, if anything of the group is still there
- * after the grace period, SIGKILL: a child that ignores the polite request still
- * ends.
+ * The launcher is a child subreaper, so nothing a child starts can slip out from
+ * under it while it lives; a run's processes are its child, that child's
+ * descendants, its process group and every process that carries the run's private
+ * token in its environment (which a helper that moved to a session of its own still
+ * does). A stop asks every one of them to terminate and kills what is left after the
+ * grace period: a child that ignores the request still ends. When the child ends on
+ * its own, whatever it left behind is ended the same way.
  *
- * Threads: stop(), terminate() and isStopped() may be called from any thread; the
- * kill after the grace period is always armed on the thread the QProcess lives on.
- * setProcess() is runProcess's business, on that same thread. The lock guards only
- * the pointer to the process, its group id and the stopped mark; it does not keep
- * the process alive nor order a stop against the run's end, which is why signals
- * go to the group id taken under the lock rather than through the QProcess.
+ * Threads: stop(), terminate(), isStopped() and isRunning() may be called from any
+ * thread; the kill after the grace period runs on the application's thread.
  */
 class ProcessBox
 {
 public:
     static constexpr std::chrono::milliseconds defaultGrace{3000};
 
-    explicit ProcessBox(std::chrono::milliseconds grace = defaultGrace) : m_grace(grace) {}
+    explicit ProcessBox(TaskScope scope = {}, std::chrono::milliseconds grace = defaultGrace);
+    ~ProcessBox();
+    ProcessBox(const ProcessBox &) = delete;
+    ProcessBox &operator=(const ProcessBox &) = delete;
 
-    /** Marks the run as stopped and asks its process group to terminate. */
+    /** Marks the run as stopped by the player and ends it. */
     void stop();
-    /** Asks the process group to terminate without marking the run as stopped by the user. */
+    /** Ends the run without the mark (the import's own close of the editor). */
     void terminate();
     bool isStopped() const;
-    /** Whether the box holds a child that has started and not yet ended. */
+    /** Whether the run's child has started and not yet ended. */
     bool isRunning() const;
-    void setProcess(QProcess *process);
+    /** Whose waits the run's end belongs to. */
+    const TaskScope &scope() const { return m_scope; }
+    std::chrono::milliseconds grace() const { return m_grace; }
 
-    void setGrace(std::chrono::milliseconds grace);
-    std::chrono::milliseconds grace() const;
+    // runProcess's business, on the thread the QProcess lives on.
+    /** The inherited environment plus the run's token. */
+    QProcessEnvironment environment() const;
+    void started(QProcess *process);
+    /** The child has ended; whatever of the run is left is ended too. */
+    void ended();
+
+    /**
+     * For quitting: asks every process of every run of this program to terminate,
+     * waits until they are gone or `grace` has passed, kills what is left and
+     * returns. Blocks, since the event loop is over by then.
+     */
+    static void endAll(std::chrono::milliseconds grace);
+
+    struct Run;
 
 private:
-    void signalGroup();
-
-    mutable QMutex m_lock;
-    QPointer<QProcess> m_process;
-    qint64 m_group = 0; // the child's pid, which is its process group id; 0 before start
-    bool m_stopped = false;
+    TaskScope m_scope;
     std::chrono::milliseconds m_grace;
+    std::shared_ptr<Run> m_run;
 };

@@ -6,5 +6,7 @@ QString describeError(const std::exception &error)
         return failure->message;
     if (auto platform = dynamic_cast<const PlatformError *>(&error))
         return platform->description();
+    if (auto cancelled = dynamic_cast<const Cancelled *>(&error))
+        return cancelled->description();
     return QString::fromUtf8(error.what());
 }

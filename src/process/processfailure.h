@@ -1,5 +1,7 @@
 #pragma once
 
+#include "common/errors.h"
+
 #include <QByteArray>
 #include <QString>
 #include <exception>
@@ -25,37 +27,16 @@ private:
     QByteArray m_utf8;
 };
 
-/**
- * @brief An error of the platform (process start, network, file system), passed on
- * with the platform's own text.
- */
-class PlatformError : public std::exception
-{
-public:
-    enum class Kind { Launch, Network, FileSystem };
-
-    PlatformError(Kind kind, QString description, int code = 0)
-        : kind(kind), code(code), m_description(std::move(description)),
-          m_utf8(m_description.toUtf8())
-    {}
-    const char *what() const noexcept override { return m_utf8.constData(); }
-    QString description() const { return m_description; }
-
-    Kind kind;
-    int code; // QProcess::ProcessError or QNetworkReply::NetworkError, by kind
-
-private:
-    QString m_description;
-    QByteArray m_utf8;
-};
-
-/** @brief A child program could not be started; carries QProcess's error text. */
+/** @brief A child program could not be started. `reason` is the system's own words
+ *  ("No such file or directory"), without Qt's prefix; callers put it in a sentence
+ *  that names the program. */
 class LaunchError : public PlatformError
 {
 public:
-    LaunchError(QString description, int code)
-        : PlatformError(Kind::Launch, std::move(description), code)
+    LaunchError(QString reason, int code)
+        : PlatformError(Kind::Launch, reason, code), reason(std::move(reason))
     {}
+    QString reason;
 };
 
 /** @brief The user-visible description of any error the pipeline may catch. */

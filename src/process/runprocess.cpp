@@ -3,95 +3,90 @@
 #include "linesplitter.h"
 #include "processfailure.h"
 
-#include <QCoroSignal>
+#include <QCoreApplication>
+#include <QProcess>
 
 #include <csignal>
 #include <sys/prctl.h>
-
 #include <sys/types.h>
 #include <unistd.h>
 
 namespace {
-// Gathers the two ways a run can end (it finished, or it never started) into one
-// signal that a coroutine can await.
-class RunEnd : public QObject
+// Qt's text reads "execvp: No such file or directory"; the reason is the part after
+// the last colon, in the system's own words.
+QString launchReason(const QProcess &process)
 {
-    Q_OBJECT
-public:
-    bool ended = false;
-    bool failedToStart = false;
-
-    void end(bool startFailure)
-    {
-        if (ended)
-            return;
-        ended = true;
-        failedToStart = startFailure;
-        Q_EMIT done();
-    }
-
-Q_SIGNALS:
-    void done();
-};
-
-struct DeleteLater
-{
-    void operator()(QObject *object) const { object->deleteLater(); }
-};
+    const QString text = process.errorString();
+    const qsizetype colon = text.lastIndexOf(u": ");
+    return colon < 0 ? text : text.mid(colon + 2);
+}
 } // namespace
 
 QCoro::Task<int> runProcess(QString executable, QStringList arguments,
                             std::shared_ptr<ProcessBox> box, LineSink onLine)
 {
-    // Deleted later: the last signal of the process may still be on the stack when
-    // this coroutine resumes and returns.
-    std::unique_ptr<QProcess, DeleteLater> process(new QProcess);
+    auto *process = new QProcess;
     process->setProgram(executable);
     process->setArguments(arguments);
     process->setProcessChannelMode(QProcess::MergedChannels);
     process->setStandardInputFile(QProcess::nullDevice());
+    process->setProcessEnvironment(box->environment());
 
     auto splitter = std::make_shared<LineSplitter>();
-    QProcess *raw = process.get();
-    QObject::connect(raw, &QProcess::readyReadStandardOutput, raw, [raw, splitter, onLine] {
-        splitter->feed(raw->readAllStandardOutput(), onLine);
-    });
+    QObject::connect(
+        process, &QProcess::readyReadStandardOutput, process,
+        [process, splitter, onLine] { splitter->feed(process->readAllStandardOutput(), onLine); });
+    Wake end(box->scope());
+    bool failedToStart = false;
+    QObject::connect(process, &QProcess::finished, process, [&end] { end.wake(); });
+    QObject::connect(process, &QProcess::errorOccurred, process,
+                     [&end, &failedToStart](QProcess::ProcessError error) {
+                         if (error == QProcess::FailedToStart) {
+                             failedToStart = true;
+                             end.wake();
+                         }
+                     });
 
-    RunEnd end;
-    QObject::connect(raw, &QProcess::finished, &end, [&end] { end.end(false); });
-    QObject::connect(raw, &QProcess::errorOccurred, &end, [&end](QProcess::ProcessError error) {
-        if (error == QProcess::FailedToStart)
-            end.end(true);
-    });
-
-    // A group of its own, so that a stop reaches what the child starts in turn. Both
-    // sides set it: whichever runs first wins the race against an early stop.
-    // The child also dies with the launcher, however the launcher dies: an orphaned
-    // unpack or import must never write into what the next run sets up.
+    // A group of its own, so that a terminal's signals and the run's own stop reach
+    // what the child starts in turn. Both sides set it: whichever runs first wins the
+    // race against an early stop. The child also dies with the launcher, however the
+    // launcher dies: an orphaned unpack or import must never write into what the
+    // next run sets up.
     process->setChildProcessModifier([] {
         ::setpgid(0, 0);
         ::prctl(PR_SET_PDEATHSIG, SIGKILL);
     });
-    raw->start(QIODevice::ReadOnly);
-    if (const qint64 pid = raw->processId(); pid > 0)
+    process->start(QIODevice::ReadOnly);
+    if (const qint64 pid = process->processId(); pid > 0)
         ::setpgid(pid_t(pid), pid_t(pid));
-    if (box)
-        box->setProcess(raw);
-    if (!end.ended)
-        co_await qCoro(&end, &RunEnd::done);
+    box->started(process);
 
-    QObject::disconnect(raw, &QProcess::readyReadStandardOutput, nullptr, nullptr);
-    // The group id may be reused once the run is over: a late stop must not reach it.
-    if (box)
-        box->setProcess(nullptr);
-    if (end.failedToStart)
-        throw LaunchError(raw->errorString(), int(raw->error()));
+    try {
+        co_await end.wait();
+    } catch (const Cancelled &) {
+        // The owner is going. Nothing may reach it any more; the child is ended as a
+        // stop ends it, and its process object lives on until it has gone.
+        QObject::disconnect(process, nullptr, nullptr, nullptr);
+        if (process->state() == QProcess::NotRunning) {
+            process->deleteLater();
+        } else {
+            // With the application as parent it still goes if the program ends first.
+            process->setParent(QCoreApplication::instance());
+            QObject::connect(process, &QProcess::finished, process, &QObject::deleteLater);
+            box->terminate();
+        }
+        throw;
+    }
+    QObject::disconnect(process, nullptr, nullptr, nullptr);
+    // Deleted later: the signal that ended the wait may still be on the stack.
+    process->deleteLater();
+    if (failedToStart)
+        throw LaunchError(launchReason(*process), int(process->error()));
+    box->ended();
 
-    splitter->feed(raw->readAllStandardOutput(), onLine);
+    splitter->feed(process->readAllStandardOutput(), onLine);
     for (const QString &line : splitter->flush())
         onLine(line);
     // For a CrashExit, QProcess reports the terminating signal as the exit code.
-    co_return raw->exitCode();
+    co_return process->exitCode();
 }
-
-#include "runprocess.moc"

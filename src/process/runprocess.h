@@ -15,9 +15,10 @@ using LineSink = std::function<void(const QString &line)>;
  *
  * No shell is involved and stdin is the null device. Every line reaches `onLine`
  * before the exit status is returned; a child killed by a signal reports the signal
- * number. Throws LaunchError when the program cannot be started. The child leads a
- * process group of its own; with a `box`, the run (the whole group) can be stopped
- * from elsewhere until it ends.
+ * number. Throws LaunchError when the program cannot be started, and Cancelled when
+ * the box's scope is abandoned meanwhile (the run is then ended as a stop ends it).
+ * The child leads a process group of its own and everything it starts belongs to
+ * `box`, which can stop the whole run from elsewhere.
  */
 QCoro::Task<int> runProcess(QString executable, QStringList arguments,
                             std::shared_ptr<ProcessBox> box, LineSink onLine);

@@ -23,15 +23,15 @@ Sheet {
             objectName: "aboutLicence"
             width: parent.width
             wrapMode: Text.WordWrap
-            text: AppModel.aboutLicenceText
+            text: ViewRules.aboutLicenceText
         }
         VButton {
             objectName: "repositoryLink"
-            text: AppModel.repositoryLinkText
+            text: ViewRules.repositoryLinkText
             flat: true
             leftPadding: 0
             Accessible.role: Accessible.Link
-            onClicked: Qt.openUrlExternally(AppModel.repositoryUrl)
+            onClicked: Qt.openUrlExternally(ViewRules.repositoryUrl)
             contentItem: Label {
                 text: parent.text
                 color: palette.link
@@ -50,7 +50,7 @@ Sheet {
         }
         Secondary {
             width: parent.width
-            text: AppModel.basedOnText
+            text: ViewRules.basedOnText
             font.pointSize: Qt.application.font.pointSize * 0.9
         }
         Secondary {

@@ -41,14 +41,14 @@ ScrollView {
                 objectName: "summary"
                 width: parent.width
                 horizontalAlignment: Text.AlignHCenter
-                text: AppModel.summaryText
+                text: ViewRules.summaryText
                 visible: text !== ""
             }
             Secondary {
                 objectName: "licence"
                 width: parent.width
                 horizontalAlignment: Text.AlignHCenter
-                text: AppModel.licenceLine
+                text: ViewRules.licenceLine
                 visible: text !== ""
                 font.pointSize: view.baseSize * 0.85
             }
@@ -64,20 +64,20 @@ ScrollView {
                 horizontalAlignment: Text.AlignHCenter
                 wrapMode: Text.WordWrap
                 text: AppModel.stateTitle
-                color: AppModel.stateColor !== "" ? AppModel.stateColor : palette.windowText
+                color: ViewRules.stateColor !== "" ? ViewRules.stateColor : palette.windowText
                 font.pointSize: view.baseSize * 1.2
                 font.bold: true
             }
             Column {
                 anchors.horizontalCenter: parent.horizontalCenter
                 spacing: 4
-                visible: AppModel.progressStyle !== ""
+                visible: ViewRules.progressStyle !== ""
                 BusyIndicator {
                     objectName: "spinner"
                     anchors.horizontalCenter: parent.horizontalCenter
                     implicitWidth: 28
                     implicitHeight: 28
-                    visible: AppModel.progressStyle === "spinner"
+                    visible: ViewRules.progressStyle === "spinner"
                     running: visible
                     Accessible.name: "Working"
                 }
@@ -85,7 +85,7 @@ ScrollView {
                     objectName: "progressBar"
                     anchors.horizontalCenter: parent.horizontalCenter
                     width: 300
-                    visible: AppModel.progressStyle === "bar"
+                    visible: ViewRules.progressStyle === "bar"
                     value: visible ? AppModel.progress : 0
                     Accessible.name: AppModel.progressText
                 }
@@ -101,7 +101,7 @@ ScrollView {
             VButton {
                 objectName: "stopButton"
                 anchors.horizontalCenter: parent.horizontalCenter
-                visible: AppModel.actionButton === "stop"
+                visible: ViewRules.actionButton === "stop"
                 text: "Stop"
                 icon.source: "stop.svg"
                 icon.cache: false
@@ -112,7 +112,7 @@ ScrollView {
             VButton {
                 objectName: "cancelButton"
                 anchors.horizontalCenter: parent.horizontalCenter
-                visible: AppModel.actionButton === "cancel"
+                visible: ViewRules.actionButton === "cancel"
                 text: "Cancel"
                 height: 28
                 onClicked: AppModel.cancel()
@@ -120,9 +120,9 @@ ScrollView {
             VButton {
                 objectName: "playButton"
                 anchors.horizontalCenter: parent.horizontalCenter
-                visible: AppModel.actionButton === "play"
+                visible: ViewRules.actionButton === "play"
                 enabled: !AppModel.busy
-                text: AppModel.playTitle
+                text: ViewRules.playTitle
                 icon.source: "play.svg"
                 icon.cache: false
                 // Filled with the accent colour: the one thing to press on this window.
@@ -140,7 +140,7 @@ ScrollView {
                 objectName: "downloadNote"
                 width: parent.width
                 horizontalAlignment: Text.AlignHCenter
-                text: AppModel.downloadNote
+                text: ViewRules.downloadNote
                 visible: text !== ""
                 font.pointSize: view.baseSize * 0.9
             }
@@ -185,7 +185,7 @@ ScrollView {
                 }
                 Repeater {
                     objectName: "controlRows"
-                    model: AppModel.controlRows
+                    model: ViewRules.controlRows
                     Row {
                         required property var modelData
                         width: controls.width
@@ -203,14 +203,14 @@ ScrollView {
                 Secondary {
                     objectName: "controlsNote"
                     width: parent.width
-                    visible: AppModel.controlRows.length > 0
+                    visible: ViewRules.controlRows.length > 0
                     text: "The README lists no controls; these come from the game's input settings. On-screen buttons can be clicked with the mouse."
                     font.pointSize: view.baseSize * 0.85
                 }
                 Secondary {
                     objectName: "controlsFallback"
                     width: parent.width
-                    visible: AppModel.controlRows.length === 0
+                    visible: ViewRules.controlRows.length === 0
                     text: "See README. The controls are read from the game after it is downloaded."
                 }
             }

@@ -35,7 +35,7 @@ Rectangle {
         }
         VButton {
             text: "Copy"
-            onClicked: AppModel.copyToClipboard(box.report)
+            onClicked: ViewRules.copyToClipboard(box.report)
         }
     }
 }

@@ -12,7 +12,7 @@ Sheet {
 
     Component.onCompleted: {
         AppModel.refreshFromDisk();
-        AppModel.measureInstalledSize();
+        ViewRules.measureInstalledSize();
     }
 
     Column {
@@ -95,7 +95,7 @@ Sheet {
         Secondary {
             objectName: "savesNote"
             width: parent.width
-            text: AppModel.savesNote
+            text: ViewRules.savesNote
             visible: text !== ""
             font.pointSize: Qt.application.font.pointSize * 0.85
         }
@@ -114,7 +114,7 @@ Sheet {
         id: removeQuestion
         objectName: "removeQuestion"
         title: "Remove everything?"
-        message: AppModel.removeQuestion
+        message: ViewRules.removeQuestion
         confirmText: "Remove"
         confirmRole: DialogButtonBox.DestructiveRole
         confirmIsDefault: false
@@ -124,7 +124,7 @@ Sheet {
         id: reinstallQuestion
         objectName: "reinstallQuestion"
         title: "Reinstall?"
-        message: AppModel.reinstallQuestion
+        message: ViewRules.reinstallQuestion
         confirmText: "Reinstall"
         onConfirmed: AppModel.reinstall()
     }

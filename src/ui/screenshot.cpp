@@ -11,6 +11,8 @@
 // or settings is read or written: everything lives in a temporary folder.
 
 #include "app/appmodel.h"
+#include "app/modelpreview.h"
+#include "app/pipeline.h"
 #include "app/windowsetup.h"
 
 #include <QDir>
@@ -69,30 +71,31 @@ void makeDark(QQuickWindow *window)
 
 bool putInState(AppModel &model, const QString &state)
 {
+    ModelPreview preview(model);
     if (state == u"notDownloaded"_s) {
-        model.setDownloadSizeText(u"about 96.3 MB"_s);
-        model.setState(AppState::notDownloaded());
+        preview.downloadSizeText(u"about 96.3 MB"_s).state(AppState::notDownloaded());
     } else if (state == u"downloading"_s) {
-        model.setState(AppState::downloading(u"the game"_s));
-        model.setProgress(0.42);
-        model.setProgressText(u"13.1 MB of 31.2 MB \u00b7 4.2 MB/s"_s);
+        preview.state(AppState::downloading(u"the game"_s))
+            .progress(0.42, u"13.1 MB of 31.2 MB \u00b7 4.2 MB/s"_s);
     } else if (state == u"settingUp"_s) {
-        model.setState(AppState::settingUp(u"First-time setup, this can take a minute or more"_s));
-        model.setProgressText(u"Godot is preparing the game's files\u2026"_s);
+        preview.state(AppState::settingUp(u"First-time setup, this can take a minute or more"_s))
+            .progress(std::nullopt, u"Godot is preparing the game's files\u2026"_s)
+            .setupNote(u"Godot 3 prepares the game in its editor. A Godot window opens for a "
+                       u"moment and is closed automatically; please leave it alone."_s);
     } else if (state == u"needs"_s) {
-        model.setState(AppState::needs(u"the game closed unexpectedly"_s));
-        model.setFailureReport(AppModel::failureReportText(
-            2.4, 1,
-            {u"Starting: Godot_v3.5.3-stable_x11.64 --path Zorbit-master --windowed"_s,
-             u"Godot Engine v3.5.3.stable.official.6c814135b - https://godotengine.org"_s,
-             u"ERROR: Cannot open file 'res://levels/track1.tscn'."_s,
-             u"   at: load (core/io/resource_loader.cpp:285)"_s}));
+        preview.state(AppState::needs(u"the game closed unexpectedly"_s))
+            .failureReport(Pipeline::failureReportText(
+                2.4, 1,
+                {u"Starting: Godot_v3.5.3-stable_x11.64 --path Zorbit-master --windowed"_s,
+                 u"Godot Engine v3.5.3.stable.official.6c814135b - https://godotengine.org"_s,
+                 u"ERROR: Cannot open file 'res://levels/track1.tscn'."_s,
+                 u"   at: load (core/io/resource_loader.cpp:285)"_s}));
     } else if (state == u"ready"_s) {
-        model.setState(AppState::ready());
+        preview.state(AppState::ready());
     } else if (state == u"starting"_s) {
-        model.setState(AppState::starting());
+        preview.state(AppState::starting());
     } else if (state == u"playing"_s) {
-        model.setState(AppState::playing());
+        preview.state(AppState::playing());
     } else {
         return false;
     }

@@ -1,6 +1,8 @@
 #include "acquisition/filedownloader.h"
 #include "acquisition/repodownloader.h"
+#include "acquisition/tempfolders.h"
 #include "app/appmodel.h"
+#include "app/pipeline.h"
 #include "coro.h"
 #include "process/processfailure.h"
 #include "testenv.h"
@@ -182,11 +184,7 @@ void TestDownload::cancelEndsWithCancelledError()
                                                        downloader.cancel();
                                                }),
                            20000);
-    std::exception_ptr keep;
-    const PlatformError *error = platformError(outcome, keep);
-    QVERIFY(error);
-    QCOMPARE(error->kind, PlatformError::Kind::Network);
-    QCOMPARE(error->code, int(QNetworkReply::OperationCanceledError));
+    QVERIFY_THROWS_EXCEPTION(Cancelled, std::rethrow_exception(outcome.error));
     QVERIFY(downloader.wasCancelled());
     QCOMPARE(QDir(env.root()).entryList({u"*file.zip*"_s}, QDir::Files | QDir::Hidden),
              QStringList{});
@@ -224,9 +222,9 @@ void TestDownload::modelShowsProgress()
             [&] { texts.append(model.progressText()); });
     connect(&model, &AppModel::progressChanged, this,
             [&] { fractions.append(model.property("progress")); });
-    const QString dir = AppModel::makeTempDir();
-    auto outcome = runTask(
-        model.download(u"game"_s, u"the game"_s, server.url(u"/game.zip"_s), u"game.zip"_s, dir));
+    const QString dir = TempFolders::make();
+    auto outcome = runTask(model.pipeline().download(
+        u"game"_s, u"the game"_s, server.url(u"/game.zip"_s), u"game.zip"_s, dir));
     QVERIFY2(outcome.ok(), qPrintable(outcome.errorText()));
     QCOMPARE(model.state(), AppState::downloading(u"the game"_s));
     QCOMPARE(texts.value(0), u"Starting\u2026"_s);
@@ -272,7 +270,7 @@ void TestDownload::remoteSize()
 
     TestHttpServer server;
     server.setRoute(u"/game.zip"_s, route);
-    auto outcome = runTask(RepoDownloader::remoteSize(server.url(u"/game.zip"_s)));
+    auto outcome = runTask(RepoDownloader::remoteSize(server.url(u"/game.zip"_s), {}));
     QVERIFY(outcome.ok());
     QCOMPARE(*outcome.value, size);
     QCOMPARE(server.methods(u"/game.zip"_s), QList<QByteArray>{"HEAD"});
@@ -283,7 +281,7 @@ void TestDownload::remoteSize()
         TestHttpServer gone;
         closed.setPort(gone.port());
     }
-    auto none = runTask(RepoDownloader::remoteSize(closed));
+    auto none = runTask(RepoDownloader::remoteSize(closed, {}));
     QVERIFY(none.ok() && !*none.value);
 }
 

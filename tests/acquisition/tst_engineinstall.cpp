@@ -1,5 +1,6 @@
 #include "acquisition/engineinstall.h"
 #include "app/appmodel.h"
+#include "app/pipeline.h"
 #include "coro.h"
 #include "process/processfailure.h"
 #include "testenv.h"
@@ -153,10 +154,10 @@ void TestEngineInstall::installsAVerifiedEngine()
     AppModel model(configFor(server));
     QList<AppState> states;
     connect(&model, &AppModel::stateChanged, this, [&] { states.append(model.state()); });
-    auto outcome = runVoidTask(model.downloadEngine(spec));
+    auto outcome = runVoidTask(model.pipeline().downloadEngine(spec));
     QVERIFY2(outcome.ok(), qPrintable(outcome.errorText()));
 
-    const auto exe = EngineManager::executable(spec);
+    const auto exe = EngineManager::executable(model.layout(), spec);
     QVERIFY(exe);
     QCOMPARE(*exe, env.base() + u"/Engine/4.3-stable/Godot_v4.3-stable_linux.x86_64"_s);
     QCOMPARE(states, (QList<AppState>{AppState::downloading(u"checksum for Godot 4.3-stable"_s),
@@ -209,12 +210,10 @@ void TestEngineInstall::refusesBadEngineDownloads_data()
         << u"listRefused"_s << u"Could not get the engine checksum list: Connection refused."_s
         << false;
     // The player's cancel ends any transfer at once, never as a stall.
-    QTest::newRow("cancel before the list")
-        << u"cancelBefore"_s << u"~Operation canceled"_s << false;
-    QTest::newRow("cancel while the list stalls")
-        << u"cancelList"_s << u"~Operation canceled"_s << false;
+    QTest::newRow("cancel before the list") << u"cancelBefore"_s << u"Cancelled."_s << false;
+    QTest::newRow("cancel while the list stalls") << u"cancelList"_s << u"Cancelled."_s << false;
     QTest::newRow("cancel while the archive drips")
-        << u"cancelArchive"_s << u"~Operation canceled"_s << true;
+        << u"cancelArchive"_s << u"Cancelled."_s << true;
     QTest::newRow("list redirect loop")
         << u"listLoop"_s
         << u"Could not get the engine checksum list: the server redirected it too many times."_s
@@ -301,7 +300,7 @@ void TestEngineInstall::refusesBadEngineDownloads()
         if (fault.startsWith(u"cancel"))
             model.cancel();
     });
-    auto outcome = runVoidTask(model.downloadEngine(spec), 10000);
+    auto outcome = runVoidTask(model.pipeline().downloadEngine(spec), 10000);
     QVERIFY(!outcome.ok());
     if (message.startsWith(u'~'))
         QVERIFY2(outcome.errorText().contains(message.mid(1)), qPrintable(outcome.errorText()));

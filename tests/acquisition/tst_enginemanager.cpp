@@ -128,11 +128,11 @@ void TestEngineManager::choosesBuild()
 void TestEngineManager::namesFoldersArgumentsAndAddresses()
 {
     const QString base = m_dataHome.path() + u"/Vantro 3D"_s;
-    QCOMPARE(EngineManager::base(), base);
-    QCOMPARE(EngineManager::engineFolder(godot4), base + u"/Engine/4.3-stable"_s);
+    QCOMPARE(DataLayout::fromEnvironment().base(), base);
+    QCOMPARE(DataLayout::fromEnvironment().engine(godot4.version), base + u"/Engine/4.3-stable"_s);
     QVERIFY(!QFileInfo::exists(base));
     qunsetenv("XDG_DATA_HOME");
-    const QString fallback = EngineManager::base();
+    const QString fallback = DataLayout::fromEnvironment().base();
     qputenv("XDG_DATA_HOME", QFile::encodeName(m_dataHome.path()));
     QCOMPARE(fallback, QDir::homePath() + u"/.local/share/Vantro 3D"_s);
 
@@ -175,10 +175,11 @@ void TestEngineManager::findsExecutable()
     QFETCH(QStringList, entries);
     QFETCH(QString, expected);
 
-    const QString folder = EngineManager::engineFolder(godot4);
+    const DataLayout layout = DataLayout::fromEnvironment();
+    const QString folder = layout.engine(godot4.version);
     build(folder, entries);
-    const std::optional<QString> found = EngineManager::executable(godot4);
-    QDir(EngineManager::base()).removeRecursively();
+    const std::optional<QString> found = EngineManager::executable(layout, godot4);
+    QDir(layout.base()).removeRecursively();
     QCOMPARE(found.value_or(QString()), expected.isNull() ? QString() : folder + u'/' + expected);
 }
 

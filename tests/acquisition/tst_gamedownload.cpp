@@ -1,7 +1,9 @@
-#include "acquisition/folderguard.h"
 #include "acquisition/repodownloader.h"
 #include "app/appmodel.h"
+#include "app/pipeline.h"
+#include "common/fileops.h"
 #include "coro.h"
+#include "process/processbox.h"
 #include "testenv.h"
 #include "testhttpserver.h"
 
@@ -82,7 +84,7 @@ void TestGameDownload::installsTheGame()
     AppModel::Config config;
     config.gameArchiveUrl = server.url(u"/archive/refs/heads/master.zip"_s).toString();
     AppModel model(config);
-    auto outcome = runVoidTask(model.downloadGame());
+    auto outcome = runVoidTask(model.pipeline().downloadGame());
     QVERIFY2(outcome.ok(), qPrintable(outcome.errorText()));
     // Nothing of the old game, its import record or any leftover stays beside it.
     QCOMPARE(QDir(env.base()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden),
@@ -216,7 +218,7 @@ void TestGameDownload::badArchivesLoseNothing()
     config.gameArchiveUrl =
         fault == u"badAddress" ? u"::not an address::"_s : server.url(u"/master.zip"_s).toString();
     AppModel model(config);
-    auto outcome = runVoidTask(model.downloadGame(), 30000);
+    auto outcome = runVoidTask(model.pipeline().downloadGame(), 30000);
     QVERIFY(!outcome.ok());
     if (message.startsWith(u'~'))
         QVERIFY2(outcome.errorText().contains(message.mid(1)), qPrintable(outcome.errorText()));
@@ -246,7 +248,8 @@ void TestGameDownload::emptyPathsTouchNothing()
     QVERIFY(!removeTree(u"kept"_s));
     TestEnv::zipFolder(env.root() + u"/here"_s, env.root() + u"/x.zip"_s);
     LogStore log;
-    auto outcome = runVoidTask(RepoDownloader::unzip(env.root() + u"/x.zip"_s, QString(), &log));
+    auto outcome = runVoidTask(RepoDownloader::unzip(env.root() + u"/x.zip"_s, QString(), &log,
+                                                     std::make_shared<ProcessBox>()));
     QCOMPARE(outcome.errorText(), u"There is no folder to unpack the download into."_s);
     QCOMPARE(TestEnv::readFile(env.root() + u"/here/kept"_s), QByteArray("kept"));
     QCOMPARE(QDir().entryList(QDir::AllEntries | QDir::NoDotAndDotDot), QStringList{u"kept"_s});

@@ -1,6 +1,7 @@
 #include "acquisition/enginemanager.h"
 #include "acquisition/importwatcher.h"
 #include "app/appmodel.h"
+#include "app/pipeline.h"
 #include "coro.h"
 #include "process/processfailure.h"
 #include "process/runprocess.h"
@@ -92,8 +93,8 @@ void TestImport::judgesByTheFiles()
     const QString root = makeProject(env, 5);
     ScopedEnv exit("FAKE_EXIT", exitCode), skipped("FAKE_SKIP", skip);
     AppModel model(fastConfig());
-    auto outcome =
-        runVoidTask(model.importProject(fakeEngine(u"godot4-import.sh"_s), godot4, root));
+    auto outcome = runVoidTask(
+        model.pipeline().importProject(fakeEngine(u"godot4-import.sh"_s), godot4, root));
     QCOMPARE(outcome.errorText(), message);
     QCOMPARE(QFileInfo::exists(env.base() + u"/imported.marker"_s), message.isEmpty());
     QCOMPARE(model.isImported(root), message.isEmpty());
@@ -111,8 +112,8 @@ void TestImport::closesTheGodot3EditorOnceSettled()
     AppModel model(fastConfig());
     QElapsedTimer clock;
     clock.start();
-    auto outcome =
-        runVoidTask(model.importProject(fakeEngine(u"godot3-editor.sh"_s), godot3, root), 30000);
+    auto outcome = runVoidTask(
+        model.pipeline().importProject(fakeEngine(u"godot3-editor.sh"_s), godot3, root), 30000);
     QVERIFY2(outcome.ok(), qPrintable(outcome.errorText()));
     QVERIFY(QFileInfo::exists(env.base() + u"/imported.marker"_s));
     QTRY_VERIFY(model.log()->lines().contains(u"Import finished, closing the Godot editor."_s));
@@ -130,7 +131,8 @@ void TestImport::closesAnEditorThatNeverSettlesAtTheDeadline()
     QElapsedTimer clock;
     clock.start();
     auto outcome = runVoidTask(
-        model.importProject(fakeEngine(u"godot3-never-finishes.sh"_s), godot3, root), 30000);
+        model.pipeline().importProject(fakeEngine(u"godot3-never-finishes.sh"_s), godot3, root),
+        30000);
     QVERIFY(clock.elapsed() >= 2400);
     QVERIFY(!model.log()->lines().contains(u"Import finished, closing the Godot editor."_s));
     // The files decide: the editor wrote every sidecar even though it never settled.
@@ -222,7 +224,7 @@ void TestImport::cancelStopsSetup()
         QTimer::singleShot(cancelAfterMs, &model, &AppModel::cancel);
     QElapsedTimer clock;
     clock.start();
-    auto outcome = runVoidTask(model.importProject(exe, godot3, root), 30000);
+    auto outcome = runVoidTask(model.pipeline().importProject(exe, godot3, root), 30000);
     QCOMPARE(outcome.errorText(), u"Setup was cancelled."_s);
     QVERIFY(clock.elapsed() < 5000);
     QVERIFY(!QFileInfo::exists(env.base() + u"/imported.marker"_s));
@@ -237,7 +239,8 @@ void TestImport::engineThatCannotStart()
     TestEnv env;
     const QString root = makeProject(env, 5);
     AppModel model(fastConfig());
-    auto outcome = runVoidTask(model.importProject(env.root() + u"/no-engine"_s, godot4, root));
+    auto outcome =
+        runVoidTask(model.pipeline().importProject(env.root() + u"/no-engine"_s, godot4, root));
     QVERIFY(!outcome.ok());
     QVERIFY(!outcome.errorText().isEmpty());
     QVERIFY(!outcome.errorText().startsWith(u"Godot did not finish"_s));

@@ -1,6 +1,8 @@
 #include "acquisition/enginemanager.h"
+#include "acquisition/tempfolders.h"
 #include "app/appmodel.h"
-#include "app/bytecount.h"
+#include "app/modelpreview.h"
+#include "common/bytecount.h"
 #include "process/processfailure.h"
 #include "testenv.h"
 
@@ -41,7 +43,8 @@ void layOut(const TestEnv &env, const Disk &disk)
     }
     if (disk.engine) {
         const EngineSpec spec{u"4.3-stable"_s, u"Godot_v4.3-stable_linux.x86_64.zip"_s, 4};
-        TestEnv::writeFile(EngineManager::engineFolder(spec) + u"/Godot_v4.3-stable_linux.x86_64"_s,
+        TestEnv::writeFile(DataLayout::fromEnvironment().engine(spec.version) +
+                               u"/Godot_v4.3-stable_linux.x86_64"_s,
                            "#!/bin/sh\n", true);
     }
     if (disk.marker)
@@ -104,7 +107,7 @@ void TestAppModel::titles()
 
     TestEnv env;
     AppModel model(AppModel::Config{});
-    model.setState(state);
+    ModelPreview(model).state(state);
     QCOMPARE(model.stateTitle(), title);
     QCOMPARE(model.isGameRunning(), stops == u"game"_s);
     QCOMPARE(model.canCancel(), stops == u"setup"_s);
@@ -201,7 +204,7 @@ void TestAppModel::refreshFromDisk()
     QVERIFY(!model.info());
     QVERIFY(!model.savesFolderExists());
     layOut(env, disk);
-    model.setState(before);
+    ModelPreview(model).state(before);
     model.refreshFromDisk();
     QCOMPARE(model.state(), after);
     QCOMPARE(bool(model.info()), hasInfo);
@@ -270,8 +273,8 @@ void TestAppModel::byteCounts()
 void TestAppModel::tempFolders()
 {
     TestEnv env;
-    const QString first = AppModel::makeTempDir();
-    const QString second = AppModel::makeTempDir();
+    const QString first = TempFolders::make();
+    const QString second = TempFolders::make();
     QVERIFY(first != second);
     QVERIFY(QFileInfo(first).isDir());
     QCOMPARE(QFileInfo(first).path(), env.tmp());
@@ -282,7 +285,7 @@ void TestAppModel::tempFolders()
 
     QDir(env.tmp()).removeRecursively();
     TestEnv::writeFile(env.tmp(), "a file where the temporary folder should be");
-    QVERIFY_THROWS_EXCEPTION(PlatformError, AppModel::makeTempDir());
+    QVERIFY_THROWS_EXCEPTION(PlatformError, TempFolders::make());
 }
 
 QTEST_GUILESS_MAIN(TestAppModel)

@@ -114,8 +114,10 @@ void TestKilled::recoversFromAKill()
     const bool gameThere = QFileInfo::exists(base + u"/Game"_s);
     const bool gameDone = gameComplete(base, world.project);
     QCOMPARE(gameThere, gameDone);
-    const bool engineThere = QFileInfo::exists(EngineManager::engineFolder(godot4));
-    const bool engineDone = EngineManager::executable(godot4).has_value();
+    const bool engineThere =
+        QFileInfo::exists(DataLayout::fromEnvironment().engine(godot4.version));
+    const bool engineDone =
+        EngineManager::executable(DataLayout::fromEnvironment(), godot4).has_value();
     QCOMPARE(engineThere, engineDone);
     if (QFileInfo::exists(base + u"/imported.marker"_s))
         QVERIFY(gameDone && EngineManager::importIsComplete(base + u"/Game/Zorbit-master"_s));
@@ -131,7 +133,7 @@ void TestKilled::recoversFromAKill()
 
     // Nothing of the dead run is left behind.
     QCOMPARE(QDir(base).entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden),
-             (QStringList{u"Engine"_s, u"Game"_s, u"imported.marker"_s}));
+             (QStringList{u".lock"_s, u"Engine"_s, u"Game"_s, u"imported.marker"_s}));
     QCOMPARE(QDir(base + u"/Engine"_s).entryList(QDir::AllEntries | QDir::NoDotAndDotDot),
              QStringList{u"4.3-stable"_s});
     // (A fake engine killed with its launcher may leave its own temporary file.)

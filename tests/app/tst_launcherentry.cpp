@@ -1,5 +1,6 @@
 #include "app/appmodel.h"
 #include "app/launcherentry.h"
+#include "app/modelpreview.h"
 #include "testenv.h"
 
 #include <QDBusArgument>
@@ -104,11 +105,11 @@ void TestLauncherEntry::progress()
             {u"playing"_s, AppState::playing()}};
         for (const QString &change : changes.split(u' ')) {
             if (states.contains(change))
-                model.setState(states.value(change));
+                ModelPreview(model).state(states.value(change));
             else if (change == u"none")
-                model.setProgress(std::nullopt);
+                ModelPreview(model).progress(std::nullopt);
             else
-                model.setProgress(change.toDouble());
+                ModelPreview(model).progress(change.toDouble());
         }
     }
     QDBusMessage marker =

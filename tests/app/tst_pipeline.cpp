@@ -1,4 +1,6 @@
 #include "app/appmodel.h"
+#include "app/modelpreview.h"
+#include "app/pipeline.h"
 #include "coro.h"
 #include "playworld.h"
 #include "testenv.h"
@@ -102,7 +104,7 @@ void TestPipeline::launchArguments()
     QFETCH(bool, fullscreen);
     QFETCH(QString, resolution);
     QFETCH(QStringList, arguments);
-    QCOMPARE(AppModel::launchArguments(u"/g r"_s, fullscreen, resolution), arguments);
+    QCOMPARE(Pipeline::launchArguments(u"/g r"_s, fullscreen, resolution), arguments);
 }
 
 void TestPipeline::judgesTheEnd_data()
@@ -110,12 +112,12 @@ void TestPipeline::judgesTheEnd_data()
     QTest::addColumn<double>("elapsed");
     QTest::addColumn<int>("exitCode");
     QTest::addColumn<bool>("stopped");
-    QTest::addColumn<int>("end"); // AppModel::GameEnd
+    QTest::addColumn<int>("end"); // Pipeline::GameEnd
     QTest::addColumn<QString>("reportStart");
 
-    const int normal = int(AppModel::GameEnd::Normal),
-              unexpected = int(AppModel::GameEnd::Unexpected),
-              stopped = int(AppModel::GameEnd::Stopped);
+    const int normal = int(Pipeline::GameEnd::Normal),
+              unexpected = int(Pipeline::GameEnd::Unexpected),
+              stopped = int(Pipeline::GameEnd::Stopped);
     QTest::newRow("dies after 1.7 s")
         << 1.7 << 1 << false << unexpected << u"The game closed after 1 second (exit code 1)."_s;
     QTest::newRow("quits cleanly after 4 s")
@@ -138,16 +140,16 @@ void TestPipeline::judgesTheEnd()
     QFETCH(bool, stopped);
     QFETCH(int, end);
     QFETCH(QString, reportStart);
-    QCOMPARE(int(AppModel::judgeGameEnd(elapsed, exitCode, stopped)), end);
+    QCOMPARE(int(Pipeline::judgeGameEnd(elapsed, exitCode, stopped)), end);
     if (reportStart.isEmpty())
         return;
     QStringList log;
     for (int i = 1; i <= 100; ++i)
         log.append(u"line "_s + QString::number(i));
     QStringList tail = log.mid(70);
-    QCOMPARE(AppModel::failureReportText(elapsed, exitCode, log),
+    QCOMPARE(Pipeline::failureReportText(elapsed, exitCode, log),
              reportStart + u" Last lines of the log:\n\n"_s + tail.join(u'\n'));
-    QCOMPARE(AppModel::failureReportText(elapsed, exitCode, {u"only"_s}),
+    QCOMPARE(Pipeline::failureReportText(elapsed, exitCode, {u"only"_s}),
              reportStart + u" Last lines of the log:\n\nonly"_s);
 }
 
@@ -341,11 +343,13 @@ void TestPipeline::maintenance()
     QVERIFY(*size.value > 0);
 
     // Remove everything: nothing left but the saves.
-    f.model->setFailureReport(u"old report"_s);
+    ModelPreview(*f.model).failureReport(u"old report"_s);
     f.model->removeEverything();
     QCOMPARE(f.model->state(), AppState::notDownloaded());
     QVERIFY(!f.model->info() && !f.model->failureReport());
-    QVERIFY(!QFileInfo::exists(f.env.base()));
+    // Only the lock stays, so that a second launcher still cannot share the folder.
+    QCOMPARE(QDir(f.env.base()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden),
+             QStringList{u".lock"_s});
     QCOMPARE(*runTask(f.model->installedSize()).value, qint64(0));
     QCOMPARE(TestEnv::readFile(saves + u"/slot1.save"_s), QByteArray("lap 1"));
     f.model->removeEverything(); // on an empty disk too

@@ -160,7 +160,8 @@ void TestProcess::runsRealPrograms()
     QFETCH(int, status);
 
     Collector collector;
-    auto outcome = runTask(runProcess(program, arguments, nullptr, collector.sink()), 10000);
+    auto outcome = runTask(
+        runProcess(program, arguments, std::make_shared<ProcessBox>(), collector.sink()), 10000);
     QVERIFY2(outcome.ok(), qPrintable(outcome.errorText()));
     QCOMPARE(*outcome.value, status);
     QCOMPARE(collector.lines, lines);
@@ -224,7 +225,7 @@ void TestProcess::stopEndsWithStatusAndMarksTheBox()
 
     Collector collector;
     constexpr std::chrono::milliseconds grace{400};
-    auto box = std::make_shared<ProcessBox>(grace);
+    auto box = std::make_shared<ProcessBox>(TaskScope{}, grace);
     const QStringList args{u"-c"_s, script};
     bool done = false;
     std::optional<int> result;
@@ -296,15 +297,12 @@ void TestProcess::gameRunnerAnnouncesAndRecords()
     QFETCH(bool, launches);
 
     LogStore store;
-    GameRunner runner;
-    runner.stopGrace = std::chrono::milliseconds(123);
-    QVERIFY(!runner.box && !runner.startedAt);
-    const auto before = GameRunner::Clock::now();
+    GameRunner runner({}, std::chrono::milliseconds(123));
+    QVERIFY(!runner.box);
     auto outcome = runTask(runner.run(engine, args, &store));
     QCOMPARE(outcome.ok(), launches);
     QVERIFY(runner.box);
     QCOMPARE(runner.box->grace(), std::chrono::milliseconds(123));
-    QVERIFY(runner.startedAt && *runner.startedAt >= before);
     QTRY_COMPARE(store.lines(), log);
 }
 

@@ -1,7 +1,9 @@
 // The real windows, loaded from the QML module with the model in each state.
 #include "app/appmodel.h"
 #include "app/logtext.h"
+#include "app/modelpreview.h"
 #include "app/singleinstance.h"
+#include "app/viewrules.h"
 #include "app/windowsetup.h"
 #include "testenv.h"
 
@@ -196,14 +198,15 @@ void TestWindows::mainWindow()
     QFETCH(QStringList, tabOrder);
 
     Fixture f(withGame, u"# Zorbit\n\nZorbit is a racing game in space. More below.\n"_s);
+    ModelPreview preview(*f.model);
     if (withGame)
-        f.model->setDownloadSizeText(u"about 96.3 MB"_s);
-    f.model->setState(state);
-    f.model->setProgress(progress.isValid() ? std::optional(progress.toDouble()) : std::nullopt);
-    f.model->setProgressText(progress.isValid() ? u"1 MB of 4 MB"_s : QString());
+        preview.downloadSizeText(u"about 96.3 MB"_s);
+    preview.state(state).progress(progress.isValid() ? std::optional(progress.toDouble())
+                                                     : std::nullopt,
+                                  progress.isValid() ? u"1 MB of 4 MB"_s : QString());
     const QString report = u"The game ran for 2 seconds and exited with code 1.\nlast line"_s;
     if (state.kind() == AppState::Needs)
-        f.model->setFailureReport(report);
+        preview.failureReport(report);
 
     QCOMPARE(f.item(u"stateTitle"_s)->property("text").toString(), state.title());
     const QColor shown = f.item(u"stateTitle"_s)->property("color").value<QColor>();
@@ -265,7 +268,7 @@ void TestWindows::settings()
         QDir().mkpath(f.env.data() + u"/godot/app_userdata/Zorbit"_s);
     f.model->setResolution(u"1600x900"_s);
     f.model->setFullscreen(fullscreen);
-    f.model->setState(busy ? AppState::downloading(u"the game"_s) : AppState::ready());
+    ModelPreview(*f.model).state(busy ? AppState::downloading(u"the game"_s) : AppState::ready());
 
     // Opened and closed with the keyboard alone.
     f.window->show();
@@ -276,7 +279,7 @@ void TestWindows::settings()
     QQuickWindow *sheet = f.sheet(u"Settings"_s);
     QCOMPARE(sheet->size(), QSize(480, 400));
     QCOMPARE(f.model->savesFolderExists(), saves); // read again on opening
-    QTRY_VERIFY(f.model->installedSizeText() != u"\u2026"_s);
+    QTRY_VERIFY(f.model->viewRules()->installedSizeText() != u"\u2026"_s);
 
     auto item = [&](const QString &name) { return Fixture::find(sheet, name); };
     QCOMPARE(item(u"resolutionPicker"_s)->isEnabled(), !fullscreen);
@@ -302,7 +305,7 @@ void TestWindows::settings()
     }
     if (!busy) {
         // Neither question acts without its confirming button.
-        const QString size = f.model->installedSizeText();
+        const QString size = f.model->viewRules()->installedSizeText();
         const AppState before = f.model->state();
         for (const auto &[button, question, message] :
              {std::tuple<QString, QString, QString>{
@@ -365,10 +368,11 @@ void TestWindows::aboutAndLog()
                      u"."_s);
         QCOMPARE(accessibleName(Fixture::find(about, u"repositoryLink"_s)),
                  u"github.com/orrik/Zorbit"_s);
-        QCOMPARE(f.model->basedOnText(), u"Based on https://github.com/orrik/Zorbit, Unlicense."_s);
+        QCOMPARE(f.model->viewRules()->basedOnText(),
+                 u"Based on https://github.com/orrik/Zorbit, Unlicense."_s);
         AppModel::Config odd;
         odd.gameArchiveUrl = u"not an address"_s;
-        QCOMPARE(AppModel(odd).repositoryUrl(), QUrl::fromLocalFile(u"/"_s));
+        QCOMPARE(ViewRules::repositoryUrl(odd.gameArchiveUrl), QUrl::fromLocalFile(u"/"_s));
         press(Fixture::find(about, u"doneButton"_s));
         QTRY_VERIFY(!f.sheet(u"About"_s));
     }
@@ -437,7 +441,7 @@ void TestWindows::quitGuard()
     QFETCH(bool, asks);
 
     Fixture f;
-    f.model->setState(state);
+    ModelPreview(*f.model).state(state);
     f.window->show();
     QSignalSpy quit(&f.engine, &QQmlEngine::quit);
     f.window->close();

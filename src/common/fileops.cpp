@@ -1,10 +1,10 @@
-#include "folderguard.h"
+#include "fileops.h"
 
-#include "process/processfailure.h"
+#include "common/errors.h"
+#include "common/paths.h"
 
 #include <QDir>
 #include <QFile>
-#include <QStringDecoder>
 
 #include <cerrno>
 #include <cstring>
@@ -12,9 +12,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-namespace {
 using namespace Qt::StringLiterals;
 
+namespace {
 int removeEntry(const char *path, const struct stat *, int type, struct FTW *)
 {
     // Errors are not fatal: remove what can be removed, the caller checks what is left.
@@ -23,26 +23,6 @@ int removeEntry(const char *path, const struct stat *, int type, struct FTW *)
     else
         ::unlink(path);
     return 0;
-}
-// nftw passes no user data: the walk below runs on one thread at a time per call,
-// so a thread-local flag is enough.
-thread_local bool allNamesUtf8 = true;
-
-int checkName(const char *path, const struct stat *, int, struct FTW *walk)
-{
-    QStringDecoder decoder(QStringDecoder::Utf8);
-    const QString name = decoder.decode(QByteArrayView(path + walk->base));
-    if (decoder.hasError()) {
-        allNamesUtf8 = false;
-        return 1; // stops the walk
-    }
-    return 0;
-}
-
-bool exists(const QByteArray &path)
-{
-    struct stat status;
-    return ::lstat(path.constData(), &status) == 0;
 }
 
 [[noreturn]] void throwRenameError(const QString &what, const QString &target)
@@ -77,7 +57,7 @@ void replaceByRename(const QString &fresh, const QString &target, const QString 
     const QByteArray asidePath = QFile::encodeName(aside);
     if (!removeTree(aside))
         throwRenameError(what, target);
-    const bool hadOld = exists(targetPath);
+    const bool hadOld = exists(targetPath, Links::DoNotFollow);
     if (hadOld && ::rename(targetPath.constData(), asidePath.constData()) != 0)
         throwRenameError(what, target);
     if (::rename(freshPath.constData(), targetPath.constData()) != 0) {
@@ -90,16 +70,16 @@ void replaceByRename(const QString &fresh, const QString &target, const QString 
     removeTree(aside);
 }
 
-bool hasOnlyUtf8Names(const QString &folder)
+bool setAside(const QString &path, const QString &aside)
 {
-    allNamesUtf8 = true;
-    ::nftw(QFile::encodeName(folder).constData(), checkName, 32, FTW_PHYS | FTW_MOUNT);
-    return allNamesUtf8;
+    const QByteArray from = QFile::encodeName(path);
+    if (!exists(from, Links::DoNotFollow) || !removeTree(aside))
+        return false;
+    return ::rename(from.constData(), QFile::encodeName(aside).constData()) == 0;
 }
 
 void removeUnlessFolder(const QString &path)
 {
-    struct stat status;
-    if (::lstat(QFile::encodeName(path).constData(), &status) == 0 && !S_ISDIR(status.st_mode))
+    if (!isRealFolder(QFile::encodeName(path)))
         removeTree(path);
 }
