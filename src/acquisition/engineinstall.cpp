@@ -140,7 +140,7 @@ QString sha512(const QString &path)
 }
 
 QCoro::Task<void> install(QString zip, EngineSpec spec, DataLayout layout, LogStore *log,
-                          std::shared_ptr<ProcessBox> box)
+                          std::shared_ptr<ProcessBox> box, QString unpacker)
 {
     const QString folder = layout.engine(spec.version);
     // Unpacked beside the engine folder, so that a failed unpack leaves the
@@ -151,7 +151,7 @@ QCoro::Task<void> install(QString zip, EngineSpec spec, DataLayout layout, LogSt
     removeTree(aside);
     removeUnlessFolder(layout.engines());
     const FolderGuard stagingGuard{staging};
-    co_await RepoDownloader::unzip(zip, staging, log, std::move(box));
+    co_await RepoDownloader::unzip(zip, staging, log, std::move(box), unpacker);
     if (!firstExecutable(staging))
         throw ProcessFailure(u"The Godot app was not found after unpacking."_s);
     replaceByRename(staging, folder, aside, u"the engine"_s);

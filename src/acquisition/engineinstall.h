@@ -38,6 +38,6 @@ QString sha512(const QString &path);
  *  the old build stays in place until the new one shows its executable, is then set
  *  aside and removed after the swap. The unpacker runs in `box`. */
 QCoro::Task<void> install(QString zip, EngineSpec spec, DataLayout layout, LogStore *log,
-                          std::shared_ptr<ProcessBox> box);
+                          std::shared_ptr<ProcessBox> box, QString unpacker);
 
 } // namespace EngineManager

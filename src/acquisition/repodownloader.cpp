@@ -17,7 +17,8 @@ using namespace Qt::StringLiterals;
 
 namespace RepoDownloader {
 
-QCoro::Task<void> unzip(QString zip, QString dest, LogStore *log, std::shared_ptr<ProcessBox> box)
+QCoro::Task<void> unzip(QString zip, QString dest, LogStore *log, std::shared_ptr<ProcessBox> box,
+                        QString unpacker)
 {
     // A destination that was never set must not turn into the current folder.
     if (dest.isEmpty() || !QDir::isAbsolutePath(dest))
@@ -27,7 +28,7 @@ QCoro::Task<void> unzip(QString zip, QString dest, LogStore *log, std::shared_pt
         throw PlatformError(PlatformError::Kind::FileSystem,
                             u"Could not create the folder \u201c"_s + dest +
                                 u"\u201d: a file may stand in its place."_s);
-    const QString program = QString::fromLatin1(unpacker);
+    const QString &program = unpacker;
     const QStringList arguments{u"-x"_s, u"-f"_s, zip, u"-C"_s, dest};
     int status = 0;
     try {

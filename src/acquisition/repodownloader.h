@@ -12,16 +12,14 @@ class LogStore;
 /** @brief Unpacking zips and asking a server for a download's size. */
 namespace RepoDownloader {
 
-/** The unpacker; keeps executable bits and symbolic links, refuses entries that
- *  would land outside the destination. */
-inline constexpr char unpacker[] = "/usr/bin/bsdtar";
-
-/** Replaces whatever is at `dest` (any kind of item) with the content of `zip`; the
- *  unpacker runs in `box`. Throws ProcessFailure when `dest` is empty or relative
- *  (nothing is touched), when the unpacker fails or a name in the archive is not
- *  UTF-8, PlatformError when `dest` cannot be made or the unpacker cannot start,
+/** Replaces whatever is at `dest` (any kind of item) with the content of `zip`, by
+ *  running `unpacker` (bsdtar, which keeps executable bits and symbolic links and
+ *  refuses entries that would land outside the destination) in `box`. Throws ProcessFailure when
+ * `dest` is empty or relative (nothing is touched), when the unpacker fails or a name in the
+ * archive is not UTF-8, PlatformError when `dest` cannot be made or the unpacker cannot start,
  *  Cancelled when the box was stopped. On failure `dest` may hold a partial unpack. */
-QCoro::Task<void> unzip(QString zip, QString dest, LogStore *log, std::shared_ptr<ProcessBox> box);
+QCoro::Task<void> unzip(QString zip, QString dest, LogStore *log, std::shared_ptr<ProcessBox> box,
+                        QString unpacker);
 
 /** The size the server announces for `url` (HEAD, 15 s), or nothing. Throws only
  *  Cancelled, when `scope` is abandoned. */

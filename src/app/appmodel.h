@@ -57,6 +57,7 @@ public:
         QString engineEndpoint = EngineManager::defaultEndpoint();
         QString gameArchiveUrl = defaultGameArchiveUrl();
         DataLayout layout = DataLayout::fromEnvironment();
+        QString unpacker = QStringLiteral("/usr/bin/bsdtar");
         std::chrono::milliseconds downloadIdleTimeout{60000};
         std::chrono::milliseconds importPollInterval{2000};
         std::chrono::milliseconds importDeadline{1200 * 1000};

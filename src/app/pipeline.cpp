@@ -200,7 +200,7 @@ QCoro::Task<void> Pipeline::downloadGame()
         // gone anyway.
         const FolderGuard staging{layout.gameStaging()};
         const auto box = setupBox();
-        co_await RepoDownloader::unzip(zip, staging.path, m.m_log, box);
+        co_await RepoDownloader::unzip(zip, staging.path, m.m_log, box, m.config().unpacker);
         if (!ProjectInspector::findProjectRoot(staging.path))
             throw ProcessFailure(u"The downloaded game has no project.godot file."_s);
         // Only now, and before the swap: the marker records the old game's import, and
@@ -263,7 +263,7 @@ QCoro::Task<void> Pipeline::downloadEngine(EngineSpec spec)
 
         m.beginStep(AppState::settingUp(u"unpacking the engine"_s));
         const auto box = setupBox();
-        co_await EngineManager::install(zip, spec, layout, m.m_log, box);
+        co_await EngineManager::install(zip, spec, layout, m.m_log, box, m.config().unpacker);
     } catch (...) {
         restorePrevious();
         throw;

@@ -6,13 +6,15 @@ using namespace Qt::StringLiterals;
 
 QString formatByteCount(qint64 bytes)
 {
+    // A no-break space keeps number and unit together wherever a text wraps.
     if (bytes == 0)
-        return u"Zero KB"_s;
+        return u"Zero\u00a0KB"_s;
     const QString sign = bytes < 0 ? u"-"_s : QString();
     // Unsigned: the magnitude of INT64_MIN does not fit a qint64.
     const quint64 magnitude = bytes < 0 ? quint64(0) - quint64(bytes) : quint64(bytes);
     if (magnitude < 1000)
-        return sign + QString::number(magnitude) + (magnitude == 1 ? u" byte"_s : u" bytes"_s);
+        return sign + QString::number(magnitude) +
+               (magnitude == 1 ? u"\u00a0byte"_s : u"\u00a0bytes"_s);
 
     struct Unit
     {
@@ -40,6 +42,6 @@ QString formatByteCount(qint64 bytes)
                 digits.chop(1);
             number += u'.' + digits;
         }
-        return sign + number + u' ' + QString::fromUtf16(units[unit].name);
+        return sign + number + u'\u00a0' + QString::fromUtf16(units[unit].name);
     }
 }

@@ -2,7 +2,9 @@
 #include "acquisition/tempfolders.h"
 #include "app/appmodel.h"
 #include "app/modelpreview.h"
+#include "app/viewrules.h"
 #include "common/bytecount.h"
+#include "coro.h"
 #include "process/processfailure.h"
 #include "testenv.h"
 
@@ -68,7 +70,10 @@ private Q_SLOTS:
     void savesFollowTheProjectName();
     void byteCounts_data();
     void byteCounts();
-    void tempFolders();
+    void ownsOnlyItsOwn_data();
+    void ownsOnlyItsOwn();
+    void measuresInstalledSize_data();
+    void measuresInstalledSize();
 };
 
 void TestAppModel::titles_data()
@@ -267,25 +272,165 @@ void TestAppModel::byteCounts()
 {
     QFETCH(qint64, bytes);
     QFETCH(QString, text);
-    QCOMPARE(formatByteCount(bytes), text);
+    QCOMPARE(formatByteCount(bytes), QString(text).replace(u' ', u'\u00a0'));
 }
 
-void TestAppModel::tempFolders()
+void TestAppModel::ownsOnlyItsOwn_data()
 {
-    TestEnv env;
-    const QString first = TempFolders::make();
-    const QString second = TempFolders::make();
-    QVERIFY(first != second);
-    QVERIFY(QFileInfo(first).isDir());
-    QCOMPARE(QFileInfo(first).path(), env.tmp());
-    QVERIFY(QRegularExpression(
-                u"^vantro-[0-9A-F]{8}-[0-9A-F]{4}-[0-9A-F]{4}-[0-9A-F]{4}-[0-9A-F]{12}$"_s)
-                .match(QFileInfo(first).fileName())
-                .hasMatch());
+    // Paths start with D (the data folder), B (the base folder) or T (the temporary
+    // folder); "a->b" is a link, "x/" a folder, anything else a file. "T/ours" is one
+    // of our temporary folders that no launcher holds, "T/held" one that this one does.
+    QTest::addColumn<QStringList>("entries");
+    QTest::addColumn<QString>("action"); // sweep, lock or empty
+    QTest::addColumn<QStringList>("left");
+    QTest::addColumn<QStringList>("gone");
 
-    QDir(env.tmp()).removeRecursively();
-    TestEnv::writeFile(env.tmp(), "a file where the temporary folder should be");
-    QVERIFY_THROWS_EXCEPTION(PlatformError, TempFolders::make());
+    QTest::newRow("what a killed run left, and nothing else")
+        << QStringList{u"B/GameStaging/x"_s,
+                       u"B/Game.old/x"_s,
+                       u"B/Removing/x"_s,
+                       u"B/Engine/4.3-stable.unpacking/x"_s,
+                       u"B/Engine/3.5.3-stable.old/x"_s,
+                       u"B/Engine/4.3-stable/godot"_s,
+                       u"B/Engine/mine.old/x"_s,
+                       u"B/notes.txt"_s,
+                       u"T/ours"_s,
+                       u"T/held"_s}
+        << u"sweep"_s
+        << QStringList{u"B/Engine/4.3-stable/godot"_s, u"B/Engine/mine.old/x"_s, u"B/notes.txt"_s,
+                       u"T/held"_s}
+        << QStringList{u"B/GameStaging"_s,
+                       u"B/Game.old"_s,
+                       u"B/Removing"_s,
+                       u"B/Engine/4.3-stable.unpacking"_s,
+                       u"B/Engine/3.5.3-stable.old"_s,
+                       u"T/ours"_s};
+    QTest::newRow("names like ours that are not ours")
+        << QStringList{u"D/Vantro 3D.old/keep"_s,
+                       u"D/Vantro 3D.lock/keep"_s,
+                       u"T/vantro-notes/keep"_s,
+                       u"T/vantro-1b4e28ba-2fa1-11d2-883f-0016d3cca427/keep"_s,
+                       u"T/vantro-1B4E28BA-2FA1-11D2-883F-0016D3CCA427->../outside"_s,
+                       u"D/outside/keep"_s}
+        << u"sweep"_s
+        << QStringList{u"D/Vantro 3D.old/keep"_s,
+                       u"D/Vantro 3D.lock/keep"_s,
+                       u"T/vantro-notes/keep"_s,
+                       u"T/vantro-1b4e28ba-2fa1-11d2-883f-0016d3cca427/keep"_s,
+                       u"T/vantro-1B4E28BA-2FA1-11D2-883F-0016D3CCA427"_s,
+                       u"D/outside/keep"_s}
+        << QStringList{};
+    QTest::newRow("a linked folder of one's own builds")
+        << QStringList{u"D/builds/4.3-stable.old/keep"_s, u"D/builds/4.3-stable.unpacking/keep"_s,
+                       u"B/Engine->../builds"_s}
+        << u"sweep"_s
+        << QStringList{u"D/builds/4.3-stable.old/keep"_s, u"D/builds/4.3-stable.unpacking/keep"_s}
+        << QStringList{};
+    QTest::newRow("a previous copy stays until its replacement is in")
+        << QStringList{u"B/Game.previous/x"_s, u"B/imported.marker.previous"_s} << u"sweep"_s
+        << QStringList{u"B/Game.previous/x"_s, u"B/imported.marker.previous"_s} << QStringList{};
+    QTest::newRow("a previous copy goes once its replacement is in")
+        << QStringList{u"B/Game.previous/x"_s, u"B/Game/project.godot"_s} << u"sweep"_s
+        << QStringList{u"B/Game/project.godot"_s} << QStringList{u"B/Game.previous"_s};
+    QTest::newRow("a folder in the lock's place")
+        << QStringList{u"B/.lock/x"_s} << u"lock"_s << QStringList{u"B/.lock"_s}
+        << QStringList{u"B/.lock/x"_s};
+    QTest::newRow("remove everything keeps the lock, follows no link")
+        << QStringList{u"B/Game/x"_s, u"B/notes.txt"_s, u"B/Engine->../builds"_s,
+                       u"D/builds/godot"_s}
+        << u"empty"_s << QStringList{u"B/.lock"_s, u"D/builds/godot"_s}
+        << QStringList{u"B/Game"_s, u"B/notes.txt"_s, u"B/Engine"_s};
+}
+
+void TestAppModel::ownsOnlyItsOwn()
+{
+    QFETCH(QStringList, entries);
+    QFETCH(QString, action);
+    QFETCH(QStringList, left);
+    QFETCH(QStringList, gone);
+
+    TestEnv env;
+    const DataLayout layout = DataLayout::fromEnvironment();
+    const QString held = TempFolders::make();
+    auto path = [&](QString entry) -> QString {
+        if (entry == u"T/ours"_s)
+            entry = u"T/vantro-1B4E28BA-2FA1-11D2-883F-0016D3CCA427"_s;
+        if (entry == u"T/held"_s)
+            return held;
+        const QString root = entry.startsWith(u'B')   ? layout.base()
+                             : entry.startsWith(u'T') ? env.tmp()
+                                                      : env.data();
+        return root + entry.mid(1);
+    };
+    for (const QString &entry : entries) {
+        const qsizetype arrow = entry.indexOf(u"->"_s);
+        const QString at = path(arrow > 0 ? entry.left(arrow) : entry);
+        QDir().mkpath(QFileInfo(at).path());
+        if (arrow > 0)
+            QVERIFY(QFile::link(entry.mid(arrow + 2), at));
+        else if (entry.endsWith(u'/'))
+            QDir().mkpath(at);
+        else if (entry == u"T/ours"_s)
+            TestEnv::writeFile(at + u"/part"_s, "x");
+        else if (entry != u"T/held"_s)
+            TestEnv::writeFile(at, "x");
+    }
+    if (!entries.contains(u"T/held"_s))
+        QDir(held).removeRecursively();
+
+    DataFolder folder(layout);
+    QVERIFY(folder.lock());
+    if (action == u"sweep")
+        folder.sweep();
+    if (action == u"empty")
+        folder.empty();
+    for (const QString &entry : left)
+        QVERIFY2(QFileInfo(path(entry)).exists() || QFileInfo(path(entry)).isSymLink(),
+                 qPrintable(entry));
+    for (const QString &entry : gone)
+        QVERIFY2(!QFileInfo(path(entry)).exists() && !QFileInfo(path(entry)).isSymLink(),
+                 qPrintable(entry));
+    QVERIFY(QFileInfo(layout.lock()).isFile());
+    // The lock is this launcher's alone.
+    DataFolder second(layout);
+    QVERIFY(!second.lock());
+}
+
+void TestAppModel::measuresInstalledSize_data()
+{
+    QTest::addColumn<bool>("linked"); // the base folder is a link to the real one
+    QTest::newRow("a folder of its own") << false;
+    QTest::newRow("reached through a link") << true;
+}
+
+// Files count with the space they take, folders count nothing; the newest of two
+// overlapping measurements is the one shown.
+void TestAppModel::measuresInstalledSize()
+{
+    QFETCH(bool, linked);
+    TestEnv env;
+    const QString real = linked ? env.data() + u"/elsewhere"_s : env.base();
+    for (int i = 0; i < 40; ++i)
+        TestEnv::writeFile(real + u"/Game/d%1/e%1/f.bin"_s.arg(i), QByteArray(5000, 'x'));
+    if (linked)
+        QVERIFY(QFile::link(real, env.base()));
+    const qint64 expected = TestEnv::toolOutput(u"sh"_s, {u"-c"_s,
+                                                          u"find \"$0\" -type f -printf '%b\\n' | "
+                                                          u"awk '{s += $1 * 512} END {print s}'"_s,
+                                                          real})
+                                .trimmed()
+                                .toLongLong();
+    QVERIFY(expected >= 40 * 5000);
+
+    AppModel model(AppModel::Config{});
+    QCOMPARE(*runTask(model.installedSize()).value, expected);
+    ViewRules *rules = model.viewRules();
+    rules->measureInstalledSize();
+    QSignalSpy changed(rules, &ViewRules::changed);
+    rules->measureInstalledSize();
+    QTRY_COMPARE(rules->installedSizeText(), formatByteCount(expected));
+    QTest::qWait(300); // the older measurement's result, which must not speak
+    QCOMPARE(changed.count(), 1);
 }
 
 QTEST_GUILESS_MAIN(TestAppModel)

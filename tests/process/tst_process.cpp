@@ -33,7 +33,6 @@ struct Collector
 
 const QString sh = u"/bin/sh"_s;
 } // namespace
-
 class TestProcess : public QObject
 {
     Q_OBJECT
@@ -43,11 +42,8 @@ private Q_SLOTS:
     void splitsChunks();
     void runsRealPrograms_data();
     void runsRealPrograms();
-    void launchFailureThrowsWithoutLines_data();
-    void launchFailureThrowsWithoutLines();
-    void stopEndsWithStatusAndMarksTheBox_data();
-    void stopEndsWithStatusAndMarksTheBox();
-    void stopBeforeStartFindsNoProcess();
+    void endsTheWholeRun_data();
+    void endsTheWholeRun();
     void gameRunnerAnnouncesAndRecords_data();
     void gameRunnerAnnouncesAndRecords();
     void logTrimsAndCaps_data();
@@ -123,7 +119,7 @@ void TestProcess::runsRealPrograms_data()
 {
     QTest::addColumn<QString>("program");
     QTest::addColumn<QStringList>("arguments");
-    QTest::addColumn<QStringList>("lines");
+    QTest::addColumn<QStringList>("lines"); // with status -1: the launch failure's reason
     QTest::addColumn<int>("status");
 
     QTest::newRow("last line without feed")
@@ -150,6 +146,10 @@ void TestProcess::runsRealPrograms_data()
     QTest::newRow("many lines all arrive before the status")
         << sh << QStringList{u"-c"_s, u"seq 1 20000 | tail -n 2"_s}
         << QStringList{u"19999"_s, u"20000"_s} << 0;
+    QTest::newRow("missing program") << u"/nonexistent/engine"_s << QStringList{}
+                                     << QStringList{u"No such file or directory"_s} << -1;
+    QTest::newRow("not executable") << QStringLiteral(VANTRO_TEST_DATA_DIR "/../CMakeLists.txt")
+                                    << QStringList{} << QStringList{u"Permission denied"_s} << -1;
 }
 
 void TestProcess::runsRealPrograms()
@@ -160,78 +160,83 @@ void TestProcess::runsRealPrograms()
     QFETCH(int, status);
 
     Collector collector;
-    auto outcome = runTask(
-        runProcess(program, arguments, std::make_shared<ProcessBox>(), collector.sink()), 10000);
+    auto box = std::make_shared<ProcessBox>();
+    auto outcome = runTask(runProcess(program, arguments, box, collector.sink()), 10000);
+    if (status < 0) {
+        // The system's own words, without Qt's "execvp: ", and no line at all.
+        QVERIFY_THROWS_EXCEPTION(LaunchError, std::rethrow_exception(outcome.error));
+        QCOMPARE(outcome.errorText(), lines.value(0));
+        QVERIFY(collector.lines.isEmpty());
+        QVERIFY(!box->isStopped());
+        return;
+    }
     QVERIFY2(outcome.ok(), qPrintable(outcome.errorText()));
     QCOMPARE(*outcome.value, status);
     QCOMPARE(collector.lines, lines);
 }
 
-void TestProcess::launchFailureThrowsWithoutLines_data()
+void TestProcess::endsTheWholeRun_data()
 {
-    QTest::addColumn<QString>("program");
-    QTest::newRow("missing file") << u"/nonexistent/engine"_s;
-    QTest::newRow("not executable") << QStringLiteral(VANTRO_TEST_DATA_DIR "/../CMakeLists.txt");
-    QTest::newRow("a folder") << u"/tmp"_s;
-}
-
-void TestProcess::launchFailureThrowsWithoutLines()
-{
-    QFETCH(QString, program);
-    Collector collector;
-    auto box = std::make_shared<ProcessBox>();
-    auto outcome = runTask(runProcess(program, {}, box, collector.sink()), 10000);
-    QVERIFY(!outcome.ok());
-    try {
-        std::rethrow_exception(outcome.error);
-    } catch (const LaunchError &e) {
-        QVERIFY(!e.description().isEmpty());
-        QCOMPARE(e.kind, PlatformError::Kind::Launch);
-    } catch (...) {
-        QFAIL("expected a LaunchError");
-    }
-    QVERIFY(collector.lines.isEmpty());
-    QVERIFY(!box->isStopped());
-}
-
-void TestProcess::stopEndsWithStatusAndMarksTheBox_data()
-{
-    QTest::addColumn<QString>("script"); // prints "ready <pid of a grandchild, if any>"
-    QTest::addColumn<int>("status");
+    QTest::addColumn<QString>("script");    // something of the run prints "ready <pid to watch>"
+    QTest::addColumn<QString>("how");       // stop, a stop before the start, its own end, abandon
+    QTest::addColumn<int>("status");        // -1: the wait throws Cancelled
     QTest::addColumn<QStringList>("lines"); // after "ready"
     QTest::addColumn<bool>("needsKill");
 
+    const QString stubborn = u"trap '' TERM; while :; do sleep 0.05; done"_s;
     // The trap proves the child got a polite SIGTERM and could still print.
     QTest::newRow("trap prints and exits")
         << u"trap 'echo bye; exit 143' TERM; echo ready; while :; do sleep 0.05 & wait; done"_s
-        << 143 << QStringList{u"bye"_s} << false;
+        << u"stop"_s << 143 << QStringList{u"bye"_s} << false;
     QTest::newRow("dies of the signal")
-        << u"echo ready; exec sleep 30"_s << 15 << QStringList{} << false;
+        << u"echo ready; exec sleep 30"_s << u"stop"_s << 15 << QStringList{} << false;
     QTest::newRow("ignores the signal")
-        << u"trap '' TERM; echo ready; while :; do sleep 0.05; done"_s << 9 << QStringList{}
-        << true;
-    // The wrapper dies at once; only the group's kill reaches the engine it started.
+        << u"echo ready $$; "_s + stubborn << u"stop"_s << 9 << QStringList{} << true;
+    // The wrapper dies at once; only the kill after the grace reaches what it started.
     QTest::newRow("grandchild ignores the signal")
-        << u"sh -c 'trap \"\" TERM; while :; do sleep 0.05; done' & echo ready $!; wait"_s << 15
+        << u"sh -c 'echo ready $$; "_s + stubborn + u"' & wait"_s << u"stop"_s << 15
         << QStringList{} << true;
+    QTest::newRow("helper in a session of its own")
+        << u"setsid sh -c 'echo ready $$; "_s + stubborn + u"' & wait"_s << u"stop"_s << 15
+        << QStringList{} << true;
+    // Its parent is gone before the stop: only the run's mark still ties it to the run.
+    QTest::newRow("helper orphaned into a session of its own")
+        << u"sh -c \"setsid sh -c 'echo ready \\$\\$; "_s + stubborn +
+               u"' &\"; while :; do sleep 0.05; done"_s
+        << u"stop"_s << 15 << QStringList{} << true;
+    QTest::newRow("a stop before the start finds nothing to stop")
+        << u"echo ready"_s << u"early"_s << 0 << QStringList{} << false;
+    QTest::newRow("what outlives a child that ended on its own")
+        << u"sh -c 'echo ready $$; "_s + stubborn + u"' & sleep 0.3"_s << u"end"_s << 0
+        << QStringList{} << true;
+    QTest::newRow("the owner goes")
+        << u"echo ready $$; "_s + stubborn << u"abandon"_s << -1 << QStringList{} << true;
 }
 
-void TestProcess::stopEndsWithStatusAndMarksTheBox()
+void TestProcess::endsTheWholeRun()
 {
     QFETCH(QString, script);
+    QFETCH(QString, how);
     QFETCH(int, status);
     QFETCH(QStringList, lines);
     QFETCH(bool, needsKill);
 
     Collector collector;
     constexpr std::chrono::milliseconds grace{400};
-    auto box = std::make_shared<ProcessBox>(TaskScope{}, grace);
+    TaskScope scope;
+    auto box = std::make_shared<ProcessBox>(scope, grace);
+    if (how == u"early")
+        box->stop();
     const QStringList args{u"-c"_s, script};
     bool done = false;
     std::optional<int> result;
     // A named closure: the coroutine reads its captures after this statement.
     auto body = [&]() -> QCoro::Task<void> {
-        result = co_await runProcess(sh, args, box, collector.sink());
+        try {
+            result = co_await runProcess(sh, args, box, collector.sink());
+        } catch (const Cancelled &) {
+            result = -1;
+        }
         done = true;
     };
     auto task = body();
@@ -240,36 +245,30 @@ void TestProcess::stopEndsWithStatusAndMarksTheBox()
         return collector.lines.value(0);
     };
     QTRY_VERIFY_WITH_TIMEOUT(firstLine().startsWith(u"ready"_s), 5000);
-    const pid_t grandchild = firstLine().section(u' ', 1).toInt();
-    // Whatever fails below, no child outlives the test.
-    const auto reap = qScopeGuard([grandchild] {
-        if (grandchild > 0)
-            ::kill(grandchild, SIGKILL);
+    const pid_t watched = firstLine().section(u' ', 1).toInt();
+    // Whatever fails below, nothing outlives the test.
+    const auto reap = qScopeGuard([watched] {
+        if (watched > 0)
+            ::kill(watched, SIGKILL);
     });
     QElapsedTimer clock;
     clock.start();
-    box->stop();
+    if (how == u"stop")
+        box->stop();
+    if (how == u"abandon")
+        scope.abandon();
     QTRY_VERIFY_WITH_TIMEOUT(done, 5000);
+    if (how == u"end" || how == u"abandon")
+        clock.restart(); // the run ends, or its owner leaves it, here
     QCOMPARE(*result, status);
-    QVERIFY(box->isStopped());
+    QCOMPARE(box->isStopped(), how == u"stop" || how == u"early");
     QVERIFY2(collector.lines.mid(1) == lines, qPrintable(collector.lines.join(u'|')));
-    if (grandchild > 0)
-        QTRY_VERIFY_WITH_TIMEOUT(::kill(grandchild, 0) != 0, 5000);
+    // Gone, and collected if it became ours: a zombie still answers kill(pid, 0).
+    if (watched > 0)
+        QTRY_VERIFY_WITH_TIMEOUT(::kill(watched, 0) != 0, 5000);
     // Killed only once the grace is over, and not much later.
     QCOMPARE(clock.elapsed() >= grace.count() - 50, needsKill);
     QVERIFY(clock.elapsed() < 3000);
-}
-
-void TestProcess::stopBeforeStartFindsNoProcess()
-{
-    auto box = std::make_shared<ProcessBox>();
-    box->stop(); // nothing to terminate yet, but the mark stays
-    QVERIFY(box->isStopped());
-    Collector collector;
-    auto outcome = runTask(runProcess(sh, {u"-c"_s, u"echo ran"_s}, box, collector.sink()));
-    QCOMPARE(*outcome.value, 0);
-    QCOMPARE(collector.lines, QStringList{u"ran"_s});
-    QVERIFY(box->isStopped());
 }
 
 void TestProcess::gameRunnerAnnouncesAndRecords_data()

@@ -29,9 +29,16 @@ list_assets() {
         -iname '*.obj' -o -iname '*.glb' -o -iname '*.gltf' -o -iname '*.dae' -o \
         -iname '*.fbx' -o -iname '*.ttf' -o -iname '*.otf' \) -print | LC_ALL=C sort > "$list"
 }
-# Plays the game: runs for FAKE_RUN_SECONDS (default 0), then exits with $1.
+# Plays the game: runs for FAKE_RUN_SECONDS (default 0), then exits with $1. With
+# FAKE_HELPERS set, it first starts two helpers that ignore the terminate request,
+# one of them in a session of its own, and adds their pids to that file.
 run_as_game() {
     trap 'die_by_term ""' TERM
+    if [ -n "${FAKE_HELPERS:-}" ]; then
+        stubborn='trap "" TERM; echo $$ >> "$FAKE_HELPERS"; while :; do sleep 0.05; done'
+        sh -c "$stubborn" &
+        setsid sh -c "$stubborn" &
+    fi
     [ "${FAKE_RUN_SECONDS:-0}" != 0 ] && pause "$FAKE_RUN_SECONDS"
     exit "$1"
 }

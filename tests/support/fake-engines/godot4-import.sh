@@ -11,7 +11,8 @@
 # FAKE_RUN_SECONDS (default 0) and exits with FAKE_GAME_EXIT (default 0), so one
 # file can serve as the whole engine of an install.
 #
-# Like the real engine, it fails when P holds no project.godot.
+# Like the real engine, it fails when P holds no project.godot. FAKE_UNRUNNABLE=1
+# makes it drop its own execute permission once it has imported.
 
 . "$(dirname "$0")/common.sh"
 
@@ -63,4 +64,5 @@ while IFS= read -r file; do
     echo "[ $n/$total ] import: res://$inside"
 done < "$list"
 echo "Import done."
+[ -n "${FAKE_UNRUNNABLE:-}" ] && chmod a-x "$0"
 exit "${FAKE_EXIT:-0}"
