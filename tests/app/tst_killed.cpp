@@ -7,8 +7,10 @@
 #include "testhttpserver.h"
 
 #include <QDir>
+#include <QElapsedTimer>
 #include <QFileInfo>
 #include <QProcess>
+#include <QScopeGuard>
 #include <QTest>
 
 #include <csignal>
@@ -19,8 +21,9 @@ namespace {
 const EngineSpec godot4{u"4.3-stable"_s, u"Godot_v4.3-stable_linux.x86_64.zip"_s, 4};
 
 // Runs the play host until `marker` appears in its output (empty: to its end),
-// then `delayMs` later kills it with SIGKILL. The lines it printed.
-QStringList runHost(const AppModel::Config &config, const QString &marker, int delayMs)
+// then `delayMs` later sends it `signal`. The lines it printed.
+QStringList runHost(const AppModel::Config &config, const QString &marker, int delayMs,
+                    int signal = SIGKILL, qint64 *exitMs = nullptr)
 {
     QProcess host;
     host.setProcessChannelMode(QProcess::ForwardedErrorChannel);
@@ -34,8 +37,12 @@ QStringList runHost(const AppModel::Config &config, const QString &marker, int d
             lines.append(QString::fromUtf8(host.readLine()).chopped(1));
             if (!marker.isEmpty() && lines.last().startsWith(marker)) {
                 QTest::qSleep(delayMs);
-                ::kill(pid_t(host.processId()), SIGKILL);
+                QElapsedTimer clock;
+                clock.start();
+                ::kill(pid_t(host.processId()), signal);
                 host.waitForFinished(10000);
+                if (exitMs)
+                    *exitMs = clock.elapsed();
                 return lines;
             }
         }
@@ -59,6 +66,7 @@ class TestKilled : public QObject
 private Q_SLOTS:
     void recoversFromAKill_data();
     void recoversFromAKill();
+    void quitEndsEveryChild();
 };
 
 void TestKilled::recoversFromAKill_data()
@@ -138,6 +146,38 @@ void TestKilled::recoversFromAKill()
              QStringList{u"4.3-stable"_s});
     // (A fake engine killed with its launcher may leave its own temporary file.)
     QCOMPARE(env.tmpEntries().filter(u"vantro-"_s), QStringList{});
+}
+
+// Quitting while the game and helpers that ignore the terminate request run ends
+// them all within the grace and a moment, and the launcher itself exits.
+void TestKilled::quitEndsEveryChild()
+{
+    TestEnv env;
+    TestHttpServer server;
+    const AppModel::Config config = PlayWorld().serve(server, env.root());
+    const QString helpers = env.root() + u"/helpers"_s;
+    const ScopedEnv run("FAKE_RUN_SECONDS", "60"),
+        spawn("FAKE_HELPERS", QFile::encodeName(helpers));
+    qint64 exitMs = -1;
+    const QStringList lines = runHost(config, u"state: Playing"_s, 300, SIGTERM, &exitMs);
+    QVERIFY2(lines.last() == u"state: Playing"_s, qPrintable(lines.join(u'\n')));
+    const QList<QByteArray> pids = TestEnv::readFile(helpers).split('\n');
+    const auto reap = qScopeGuard([&] {
+        for (const QByteArray &pid : pids)
+            if (!pid.isEmpty())
+                ::kill(pid.toInt(), SIGKILL);
+    });
+    // The play host's grace is 0.5 s.
+    QVERIFY2(exitMs >= 0 && exitMs < 2000, qPrintable(QString::number(exitMs)));
+    QCOMPARE(pids.size(), 3);
+    for (const QByteArray &pid : pids) {
+        if (!pid.isEmpty())
+            QTRY_VERIFY(::kill(pid.toInt(), 0) != 0 ||
+                        TestEnv::readFile(u"/proc/"_s + QString::fromLatin1(pid) + u"/stat"_s)
+                            .contains(") Z"));
+    }
+    // Nothing in the way of the next launcher.
+    QVERIFY(runHost(config, QString(), 0).last().startsWith(u"done: "_s));
 }
 
 QTEST_GUILESS_MAIN(TestKilled)

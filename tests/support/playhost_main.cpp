@@ -5,16 +5,22 @@
 //
 // Presses Play once and prints every state ("state: <title>") and log line
 // ("log: <line>") as it happens, then "done: <title>" when the pipeline has ended.
+// SIGTERM quits it the way the launcher quits.
 #include "app/appmodel.h"
 
 #include <QCoreApplication>
+#include <QSocketNotifier>
 #include <QTimer>
 
+#include <csignal>
 #include <cstdio>
+#include <unistd.h>
 
 using namespace Qt::StringLiterals;
 
 namespace {
+int quitPipe[2];
+
 void say(const QString &line)
 {
     std::fputs(qPrintable(line + u'\n'), stdout);
@@ -46,6 +52,13 @@ int main(int argc, char *argv[])
         for (shown = std::min(shown, lines.size()); shown < lines.size(); ++shown)
             say(u"log: "_s + lines.at(shown));
     });
+    // A signal handler may only write; the quit itself happens on the event loop.
+    if (::pipe(quitPipe) != 0)
+        return 2;
+    std::signal(SIGTERM, [](int) { [[maybe_unused]] auto n = ::write(quitPipe[1], "q", 1); });
+    QSocketNotifier quitRequest(quitPipe[0], QSocketNotifier::Read);
+    QObject::connect(&quitRequest, &QSocketNotifier::activated, &app, &QCoreApplication::quit);
+    QObject::connect(&app, &QCoreApplication::aboutToQuit, &model, &AppModel::shutDown);
     model.play();
     QTimer poll;
     QObject::connect(&poll, &QTimer::timeout, &model, [&model] {
