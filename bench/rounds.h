@@ -47,6 +47,11 @@ public:
         return QString::number(low(), 'f', decimals) + QChar(0x2013) +
                QString::number(high(), 'f', decimals);
     }
+    /** "median of 9 rounds, low–high", to follow a figure's goal. */
+    QString rounds(int decimals) const
+    {
+        return QStringLiteral("median of %1 rounds, ").arg(size()) + spread(decimals);
+    }
 
 private:
     std::vector<double> m_values;
