@@ -23,18 +23,18 @@
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
-#include <limits>
 #include <thread>
 #include <unistd.h>
 
 #include "benchfile.h"
+#include "rounds.h"
 
 using namespace Qt::StringLiterals;
 
 namespace {
 constexpr qint64 fileBytes = 1000000000;
 constexpr qint64 blockBytes = 1024 * 1024;
-constexpr int rounds = 2;
+constexpr int rounds = 5;
 constexpr int timeoutMs = 10 * 60 * 1000;
 
 QByteArray readRange(const QString &path, qint64 offset, qint64 size)
@@ -111,6 +111,27 @@ Run launcherDownload(const QUrl &url, const QString &folder)
     return run;
 }
 
+// The launcher's download runs in a fresh process of its own (this program, started
+// with --download), as in a launcher that just started: in this one, each round would
+// start from a heap that the rounds before had grown, and the loopback server's memory
+// would count as the launcher's.
+const char *const downloadOption = "--download";
+
+Run launcherDownloadAlone(const QUrl &url, const QString &folder)
+{
+    QProcess child;
+    child.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    child.start(QCoreApplication::applicationFilePath(),
+                {QString::fromLatin1(downloadOption), url.toString(), folder});
+    if (!child.waitForFinished(timeoutMs) || child.exitStatus() != QProcess::NormalExit ||
+        child.exitCode() != 0)
+        throw Failure{u"the launcher's download failed (exit code %1)"_s.arg(child.exitCode())};
+    const QByteArrayList fields = child.readAllStandardOutput().trimmed().split(' ');
+    if (fields.size() != 2)
+        throw Failure{u"the launcher's download reported nothing"_s};
+    return {fields[0].toLongLong(), fields[1].toDouble()};
+}
+
 qint64 curlDownload(const QUrl &url, const QString &target)
 {
     QProcess curl;
@@ -130,6 +151,12 @@ int main(int argc, char **argv)
 {
     QCoreApplication app(argc, argv);
     try {
+        const QStringList arguments = QCoreApplication::arguments();
+        if (arguments.size() == 4 && arguments[1] == QLatin1String(downloadOption)) {
+            const Run run = launcherDownload(QUrl(arguments[2]), arguments[3]);
+            std::printf("%lld %.3f\n", static_cast<long long>(run.ns), run.rssGrowthMb);
+            return 0;
+        }
         QTemporaryDir served;
         QTemporaryDir received;
         if (!served.isValid() || !received.isValid())
@@ -141,32 +168,29 @@ int main(int argc, char **argv)
         server.setRoute(u"/zorbit.bin"_s, TestHttpServer::file(source));
         const QUrl url = server.url(u"/zorbit.bin"_s);
 
-        // Launcher first in the first round, while its heap is fresh: that round shows
-        // the memory a download really takes. The second round swaps the order.
-        qint64 launcherNs = std::numeric_limits<qint64>::max();
-        qint64 curlNs = std::numeric_limits<qint64>::max();
-        double rssGrowthMb = 0;
-        for (int round = 0; round < rounds; ++round) {
-            for (int turn = 0; turn < 2; ++turn) {
-                if ((turn == 0) == (round % 2 == 0)) {
-                    const Run run = launcherDownload(url, received.path());
-                    verify(source, received.filePath(u"zorbit.bin"_s), "the launcher");
-                    launcherNs = std::min(launcherNs, run.ns);
-                    rssGrowthMb = std::max(rssGrowthMb, run.rssGrowthMb);
-                } else {
-                    const QString target = received.filePath(u"curl.bin"_s);
-                    curlNs = std::min(curlNs, curlDownload(url, target));
-                    verify(source, target, "curl");
-                }
-            }
-        }
-
-        const double launcher = mbPerSecond(fileBytes, launcherNs);
-        const double curl = mbPerSecond(fileBytes, curlNs);
-        std::printf("download_launcher_mb_s: %.0f\n", launcher);
-        std::printf("download_curl_mb_s: %.0f\n", curl);
-        std::printf("download_vs_curl: %.2f (goal ≥ 0.9)\n", launcher / curl);
-        std::printf("download_rss_growth_mb: %.1f (goal < 50)\n", rssGrowthMb);
+        auto launcher = [&] {
+            const Run run = launcherDownloadAlone(url, received.path());
+            verify(source, received.filePath(u"zorbit.bin"_s), "the launcher");
+            return run;
+        };
+        auto curl = [&] {
+            const QString target = received.filePath(u"curl.bin"_s);
+            const qint64 ns = curlDownload(url, target);
+            verify(source, target, "curl");
+            return ns;
+        };
+        const auto [launcherRuns, curlNs] = interleavedRounds(rounds, 0, launcher, curl);
+        const Samples launcherNs = samplesOf(launcherRuns, &Run::ns);
+        // Throughputs: curl's time over the launcher's.
+        const Samples vsCurl = ratios(Samples(curlNs), launcherNs);
+        std::printf("download_launcher_mb_s: %.0f\n",
+                    mbPerSecond(fileBytes, qint64(launcherNs.median())));
+        std::printf("download_curl_mb_s: %.0f\n",
+                    mbPerSecond(fileBytes, qint64(Samples(curlNs).median())));
+        std::printf("download_vs_curl: %.2f (goal ≥ 0.9; %s)\n", vsCurl.median(),
+                    qPrintable(vsCurl.rounds(2)));
+        std::printf("download_rss_growth_mb: %.1f (goal < 50)\n",
+                    samplesOf(launcherRuns, &Run::rssGrowthMb).median());
         std::fflush(stdout);
     } catch (const Failure &failure) {
         std::fprintf(stderr, "bench_download: %s\n", qPrintable(failure.what));

@@ -6,27 +6,37 @@
 #include "process/linesplitter.h"
 #include "process/logstore.h"
 #include "process/runprocess.h"
-#include "rssgrowth.h"
-#include "timedrun.h"
 
 #include <QCoreApplication>
-#include <QCoroTask>
-#include <QElapsedTimer>
-#include <QFile>
 
+#include <algorithm>
 #include <cstdio>
+#include <malloc.h>
+
+#include "benchfile.h"
+#include "rounds.h"
+#include "rssgrowth.h"
+#include "timedrun.h"
 
 using namespace Qt::StringLiterals;
 
 namespace {
 constexpr qint64 lineBytes = 256LL * 1000 * 1000;
+constexpr int rounds = 7;
 const QString child = u"head -c %1 /dev/zero | tr '\\0' x"_s.arg(lineBytes);
 
-QCoro::Task<void> runAndQuit()
+struct Carry
 {
-    const LineSink ignore = [](const QString &) {};
-    const qint64 pipeNs = co_await timedRun(child + u" | cat > /dev/null"_s, ignore);
-    const qint64 rssBefore = procStatusKb("VmHWM:");
+    qint64 ns = 0;
+    double rssGrowthMb = 0;
+};
+
+Carry launcherCarry()
+{
+    // What the last round freed goes back to the system first, so that every round's
+    // growth starts from the same footing rather than from a heap already grown.
+    malloc_trim(0);
+    RssGrowth rss;
     LogStore store;
     qint64 longest = 0;
     qint64 total = 0;
@@ -35,26 +45,33 @@ QCoro::Task<void> runAndQuit()
         total += line.size();
         store.append(line);
     };
-    const qint64 processNs = co_await timedRun(child, sink);
+    Carry carry;
+    carry.ns = timedRunWaiting(child, sink);
     QCoreApplication::processEvents();
-    const double growthMb = double(procStatusKb("VmHWM:") - rssBefore) / 1024.0;
-    if (total != lineBytes || longest > LineSplitter::maxLineBytes) {
-        std::fprintf(stderr, "bench_endless: %lld characters, longest line %lld\n",
-                     static_cast<long long>(total), static_cast<long long>(longest));
-        QCoreApplication::exit(1);
-        co_return;
-    }
-    std::printf("endless_line_mb_per_s: %.0f\n", double(lineBytes) / 1e6 / (processNs / 1e9));
-    std::printf("endless_line_vs_pipe: %.2f (goal ≤ 3)\n", double(processNs) / double(pipeNs));
-    std::printf("endless_line_rss_growth_mb: %.1f (goal < 30)\n", growthMb);
-    std::fflush(stdout);
-    QCoreApplication::exit(0);
+    carry.rssGrowthMb = rss.stopMb();
+    if (total != lineBytes || longest > LineSplitter::maxLineBytes)
+        throw Failure{u"%1 characters, longest line %2"_s.arg(total).arg(longest)};
+    return carry;
 }
 } // namespace
 
 int main(int argc, char **argv)
 {
     QCoreApplication app(argc, argv);
-    auto task = runAndQuit();
-    return app.exec();
+    try {
+        const QString piped = child + u" | cat > /dev/null"_s;
+        auto pipe = [&piped] { return timedRunWaiting(piped, [](const QString &) {}); };
+        const auto [carries, pipes] = interleavedRounds(rounds, 1, launcherCarry, pipe);
+        const Samples ns = samplesOf(carries, &Carry::ns);
+        const Samples vsPipe = ratios(ns, Samples(pipes));
+        std::printf("endless_line_mb_per_s: %.0f\n", double(lineBytes) / 1e6 / (ns.median() / 1e9));
+        std::printf("endless_line_vs_pipe: %.2f (goal ≤ 3; %s)\n", vsPipe.median(),
+                    qPrintable(vsPipe.rounds(2)));
+        std::printf("endless_line_rss_growth_mb: %.1f (goal < 30)\n",
+                    samplesOf(carries, &Carry::rssGrowthMb).median());
+    } catch (const Failure &failure) {
+        std::fprintf(stderr, "bench_endless: %s\n", qPrintable(failure.what));
+        return 1;
+    }
+    return 0;
 }

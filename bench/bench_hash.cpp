@@ -13,17 +13,16 @@
 #include <algorithm>
 #include <cstdio>
 #include <functional>
-#include <iterator>
-#include <limits>
 
 #include "benchfile.h"
+#include "rounds.h"
 
 using namespace Qt::StringLiterals;
 
 namespace {
 constexpr qint64 fileBytes = qint64(1) << 30;
 constexpr qint64 blockBytes = 1024 * 1024;
-constexpr int rounds = 3;
+constexpr int rounds = 5;
 
 // Reads the whole file once, so that every contender finds it in the page cache.
 void warmUp(const QString &path)
@@ -49,16 +48,34 @@ QString digestFrom(const QString &program, const QStringList &arguments)
     return QString::fromLatin1(process.readAllStandardOutput().split(' ').value(0)).toLower();
 }
 
-struct Contender
+// Times one digest and checks it against the others': every contender must give the
+// same one for the same file, round after round.
+class Contender
 {
-    const char *name;
-    std::function<QString()> run;
-};
+public:
+    Contender(const char *name, std::function<QString()> run, QString *agreed)
+        : m_name(name), m_run(std::move(run)), m_agreed(agreed)
+    {}
+    qint64 operator()()
+    {
+        QElapsedTimer clock;
+        clock.start();
+        const QString digest = m_run();
+        const qint64 ns = clock.nsecsElapsed();
+        if (digest.size() != 128)
+            throw Failure{QString::fromLatin1(m_name) + u" gave \""_s + digest + u"\""_s};
+        if (m_agreed->isEmpty())
+            *m_agreed = digest;
+        else if (digest != *m_agreed)
+            throw Failure{QString::fromLatin1(m_name) + u" gave "_s + digest +
+                          u" where another contender gave "_s + *m_agreed};
+        return ns;
+    }
 
-struct Result
-{
-    qint64 bestNs = std::numeric_limits<qint64>::max();
-    QString digest;
+private:
+    const char *m_name;
+    std::function<QString()> m_run;
+    QString *m_agreed;
 };
 
 } // namespace
@@ -74,49 +91,30 @@ int main(int argc, char **argv)
         makeRandomFile(path, fileBytes);
         warmUp(path);
 
-        Contender contenders[] = {
-            {"launcher", [&] { return EngineManager::sha512(path); }},
-            {"openssl",
-             [&] {
-                 return digestFrom(u"openssl"_s, {u"dgst"_s, u"-sha512"_s, u"-r"_s, path});
-             }},
-            {"sha512sum", [&] { return digestFrom(u"sha512sum"_s, {path}); }},
-        };
-        // The order turns each round, so that no one always runs right after the
-        // same neighbour.
-        constexpr int count = int(std::size(contenders));
-        Result results[count];
-        for (int round = 0; round < rounds; ++round) {
-            for (int turn = 0; turn < count; ++turn) {
-                const int index = (round + turn) % count;
-                const Contender &contender = contenders[index];
-                Result &result = results[index];
-                QElapsedTimer clock;
-                clock.start();
-                const QString digest = contender.run();
-                result.bestNs = std::min(result.bestNs, clock.nsecsElapsed());
-                if (digest.size() != 128)
-                    throw Failure{QString::fromLatin1(contender.name) + u" gave \""_s + digest +
-                                  u"\""_s};
-                if (!result.digest.isEmpty() && result.digest != digest)
-                    throw Failure{QString::fromLatin1(contender.name) +
-                                  u" gave two digests for one file"_s};
-                result.digest = digest;
-            }
-        }
-        for (int index = 1; index < count; ++index) {
-            if (results[index].digest != results[0].digest)
-                throw Failure{QString::fromLatin1(contenders[index].name) + u" disagrees: "_s +
-                              results[index].digest + u" against the launcher's "_s +
-                              results[0].digest};
-        }
+        QString digest;
+        Contender launcher(
+            "launcher", [&] { return EngineManager::sha512(path); }, &digest);
+        Contender openssl(
+            "openssl",
+            [&] {
+                return digestFrom(u"openssl"_s, {u"dgst"_s, u"-sha512"_s, u"-r"_s, path});
+            },
+            &digest);
+        Contender sha512sum(
+            "sha512sum", [&] { return digestFrom(u"sha512sum"_s, {path}); }, &digest);
+        const auto [launcherNs, opensslNs, sha512sumNs] =
+            interleavedRounds(rounds, 0, launcher, openssl, sha512sum);
 
-        const double launcher = mbPerSecond(fileBytes, results[0].bestNs);
-        const double openssl = mbPerSecond(fileBytes, results[1].bestNs);
-        std::printf("hash_launcher_mb_s: %.0f\n", launcher);
-        std::printf("hash_openssl_mb_s: %.0f\n", openssl);
-        std::printf("hash_sha512sum_mb_s: %.0f\n", mbPerSecond(fileBytes, results[2].bestNs));
-        std::printf("hash_vs_openssl: %.2f (goal ≥ 0.95)\n", launcher / openssl);
+        // Throughputs: the reference's time over the launcher's.
+        const Samples vsOpenssl = ratios(Samples(opensslNs), Samples(launcherNs));
+        auto rate = [](const std::vector<qint64> &ns) {
+            return mbPerSecond(fileBytes, qint64(Samples(ns).median()));
+        };
+        std::printf("hash_launcher_mb_s: %.0f\n", rate(launcherNs));
+        std::printf("hash_openssl_mb_s: %.0f\n", rate(opensslNs));
+        std::printf("hash_sha512sum_mb_s: %.0f\n", rate(sha512sumNs));
+        std::printf("hash_vs_openssl: %.2f (goal ≥ 0.95; %s)\n", vsOpenssl.median(),
+                    qPrintable(vsOpenssl.rounds(2)));
         std::fflush(stdout);
     } catch (const Failure &failure) {
         std::fprintf(stderr, "bench_hash: %s\n", qPrintable(failure.what));

@@ -11,10 +11,10 @@
 #include <QProcess>
 #include <QTemporaryDir>
 
-#include <algorithm>
 #include <cstdio>
 #include <functional>
-#include <limits>
+
+#include "rounds.h"
 
 using namespace Qt::StringLiterals;
 
@@ -85,18 +85,17 @@ int buildDeepTree(const QString &root)
     return folderEntries + files;
 }
 
-// The best of three runs, after one that warms the cache, in milliseconds.
-double bestOfThree(const std::function<void()> &run)
+constexpr int rounds = 9;
+
+// The wall time of one call, in milliseconds.
+std::function<double()> timed(std::function<void()> run)
 {
-    run();
-    double best = std::numeric_limits<double>::max();
-    for (int i = 0; i < 3; ++i) {
+    return [run = std::move(run)] {
         QElapsedTimer timer;
         timer.start();
         run();
-        best = std::min(best, double(timer.nsecsElapsed()) / 1e6);
-    }
-    return best;
+        return double(timer.nsecsElapsed()) / 1e6;
+    };
 }
 
 QByteArray shell(const QString &command)
@@ -118,12 +117,15 @@ void printCount(const char *name, int count)
     std::printf("%s: %d\n", name, count);
 }
 
-void print(const char *name, double value, const char *goal = nullptr)
+void print(const char *name, double value)
 {
-    if (goal)
-        std::printf("%s: %.2f (goal %s)\n", name, value, goal);
-    else
-        std::printf("%s: %.1f\n", name, value);
+    std::printf("%s: %.1f\n", name, value);
+}
+
+void print(const char *name, const Samples &ratio, const char *goal)
+{
+    std::printf("%s: %.2f (goal %s; %s)\n", name, ratio.median(), goal,
+                qPrintable(ratio.rounds(2)));
 }
 
 } // namespace
@@ -142,12 +144,14 @@ int main(int argc, char **argv)
     if (!EngineManager::importIsComplete(project) || shell(countFiles) != "20000")
         qFatal("the project tree is not what the benchmark expects");
 
-    const double importMs = bestOfThree([&] { EngineManager::importIsComplete(project); });
-    const double importFindMs = bestOfThree([&] { shell(countFiles); });
+    // The uncounted round fills the cache with the tree's entries.
+    const auto [importMs, importFindMs] =
+        interleavedRounds(rounds, 1, timed([&] { EngineManager::importIsComplete(project); }),
+                          timed([&] { shell(countFiles); }));
     printCount("import_tree_files", 20000);
-    print("import_check_ms", importMs);
-    print("find_ms", importFindMs);
-    print("import_check_vs_find", importMs / importFindMs, "≤ 2");
+    print("import_check_ms", Samples(importMs).median());
+    print("find_ms", Samples(importFindMs).median());
+    print("import_check_vs_find", ratios(Samples(importMs), Samples(importFindMs)), "≤ 2");
 
     const QString deep = dir.path() + u"/deep"_s;
     const int entries = buildDeepTree(deep);
@@ -156,12 +160,13 @@ int main(int argc, char **argv)
     if (ProjectInspector::findProjectRoot(deep))
         qFatal("the deep tree holds no project file");
 
-    const double rootMs = bestOfThree([&] { ProjectInspector::findProjectRoot(deep); });
-    const double rootFindMs = bestOfThree([&] { shell(listShallow); });
+    const auto [rootMs, rootFindMs] =
+        interleavedRounds(rounds, 1, timed([&] { ProjectInspector::findProjectRoot(deep); }),
+                          timed([&] { shell(listShallow); }));
     printCount("root_tree_entries", entries);
     printCount("root_tree_entries_to_level_4", shell(listShallow).toInt() - 1);
-    print("find_root_ms", rootMs);
-    print("find_maxdepth_ms", rootFindMs);
-    print("find_root_vs_find", rootMs / rootFindMs, "≤ 2");
+    print("find_root_ms", Samples(rootMs).median());
+    print("find_maxdepth_ms", Samples(rootFindMs).median());
+    print("find_root_vs_find", ratios(Samples(rootMs), Samples(rootFindMs)), "≤ 2");
     return 0;
 }

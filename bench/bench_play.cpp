@@ -40,6 +40,7 @@
 #include <vector>
 
 #include "benchfile.h"
+#include "rounds.h"
 #include "rssgrowth.h"
 
 using namespace Qt::StringLiterals;
@@ -63,19 +64,6 @@ const QStringList phaseNames{u"game download"_s,    u"game unpack"_s,   u"engine
 double ms(Clock::duration d)
 {
     return std::chrono::duration<double, std::milli>(d).count();
-}
-
-double median(std::vector<double> values)
-{
-    std::sort(values.begin(), values.end());
-    const size_t n = values.size();
-    return n == 0 ? 0 : n % 2 ? values[n / 2] : (values[n / 2 - 1] + values[n / 2]) / 2;
-}
-
-QString spread(const std::vector<double> &values, int decimals)
-{
-    const auto [low, high] = std::minmax_element(values.begin(), values.end());
-    return QString::number(*low, 'f', decimals) + u'\u2013' + QString::number(*high, 'f', decimals);
 }
 
 qint64 realtimeNs()
@@ -377,14 +365,53 @@ FirstPlay shellFirstPlay(const ServerProcess &server, const QString &work)
     return run;
 }
 
+// A launcher's first Play runs in a fresh process of its own (this program, started
+// with --first-play), as a real first Play does: in this one, each round would start
+// from a heap that the rounds before it had grown, and its growth would look smaller.
+const char *const firstPlayOption = "--first-play";
+
+QByteArray describe(const FirstPlay &run)
+{
+    QByteArrayList fields{QByteArray::number(run.seconds, 'g', 10),
+                          QByteArray::number(run.rssGrowthMb, 'g', 10),
+                          QByteArray::number(run.idleRssMb, 'g', 10), run.rssExact ? "1" : "0"};
+    for (const double phase : run.phasesMs)
+        fields.append(QByteArray::number(phase, 'g', 10));
+    return "first play: " + fields.join(' ') + '\n';
+}
+
+FirstPlay launcherFirstPlayAlone(const AppModel::Config &config)
+{
+    QProcess child;
+    child.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    child.start(
+        QCoreApplication::applicationFilePath(),
+        {QString::fromLatin1(firstPlayOption), config.engineEndpoint, config.gameArchiveUrl});
+    if (!child.waitForFinished(timeoutMs) || child.exitStatus() != QProcess::NormalExit ||
+        child.exitCode() != 0)
+        throw Failure{u"the launcher's first Play failed (exit code %1)"_s.arg(child.exitCode())};
+    const QByteArray out = child.readAllStandardOutput();
+    const qsizetype at = out.indexOf("first play: ");
+    const QByteArrayList fields = at < 0 ? QByteArrayList() : out.mid(at + 12).trimmed().split(' ');
+    if (fields.size() != 4 + phaseNames.size())
+        throw Failure{u"the launcher's first Play said: "_s + QString::fromLocal8Bit(out)};
+    FirstPlay run;
+    run.seconds = fields[0].toDouble();
+    run.rssGrowthMb = fields[1].toDouble();
+    run.idleRssMb = fields[2].toDouble();
+    run.rssExact = fields[3] == "1";
+    for (qsizetype i = 4; i < fields.size(); ++i)
+        run.phasesMs.push_back(fields[i].toDouble());
+    return run;
+}
+
 QString phaseLine(const std::vector<FirstPlay> &runs)
 {
     QStringList parts;
     for (qsizetype i = 0; i < phaseNames.size(); ++i) {
-        std::vector<double> values;
-        for (const FirstPlay &run : runs)
-            values.push_back(run.phasesMs.at(size_t(i)));
-        parts.append(phaseNames.at(i) + u' ' + QString::number(median(values), 'f', 1));
+        const Samples phase =
+            samplesOf(runs, [i](const FirstPlay &run) { return run.phasesMs.at(size_t(i)); });
+        parts.append(phaseNames.at(i) + u' ' + QString::number(phase.median(), 'f', 1));
     }
     return parts.join(u" \u00b7 "_s);
 }
@@ -462,6 +489,17 @@ WarmPlays warmPlays(const AppModel::Config &config)
     return times;
 }
 
+AppModel::Config benchConfig(const QString &engineEndpoint, const QString &gameArchiveUrl)
+{
+    AppModel::Config config;
+    config.engineEndpoint = engineEndpoint;
+    config.gameArchiveUrl = gameArchiveUrl;
+    // Only the time after the game's start: the bench need not wait for it.
+    config.settleDelay = std::chrono::milliseconds(20);
+    config.stopGrace = std::chrono::milliseconds(500);
+    return config;
+}
+
 } // namespace
 
 int main(int argc, char **argv)
@@ -472,6 +510,12 @@ int main(int argc, char **argv)
         qunsetenv("FAKE_RUN_SECONDS");
         qunsetenv("FAKE_GAME_EXIT");
         qunsetenv("FAKE_EXIT");
+        const QStringList arguments = QCoreApplication::arguments();
+        if (arguments.size() == 4 && arguments[1] == QLatin1String(firstPlayOption)) {
+            const FirstPlay run = launcherFirstPlay(benchConfig(arguments[2], arguments[3]));
+            std::fputs(describe(run).constData(), stdout);
+            return 0;
+        }
         QTemporaryDir work;
         if (!work.isValid())
             throw Failure{u"no temporary folder"_s};
@@ -479,53 +523,42 @@ int main(int argc, char **argv)
         buildWorld(work.path(), www);
         ServerProcess server(www);
 
-        AppModel::Config config;
-        config.engineEndpoint = server.url(u"/releases/"_s);
-        config.gameArchiveUrl = server.url(QString::fromLatin1(PlayWorld::gamePath));
-        // Only the time after the game's start: the bench need not wait for it.
-        config.settleDelay = std::chrono::milliseconds(20);
-        config.stopGrace = std::chrono::milliseconds(500);
+        const AppModel::Config config = benchConfig(
+            server.url(u"/releases/"_s), server.url(QString::fromLatin1(PlayWorld::gamePath)));
+        auto launcher = [&] {
+            TestEnv env; // the child's, through the environment
+            return launcherFirstPlayAlone(config);
+        };
+        auto shell = [&] {
+            TestEnv env;
+            return shellFirstPlay(server, env.root());
+        };
+        const auto [launcherRuns, shellRuns] = interleavedRounds(firstRounds, 0, launcher, shell);
+        const Samples launcherSeconds = samplesOf(launcherRuns, &FirstPlay::seconds);
+        const Samples shellSeconds = samplesOf(shellRuns, &FirstPlay::seconds);
+        const Samples vsShell = ratios(launcherSeconds, shellSeconds);
 
-        // The launcher goes first in the first round, while its heap is fresh: that
-        // round shows the memory a first Play really takes. Then the order swaps.
-        std::vector<FirstPlay> launcherRuns, shellRuns;
-        std::vector<double> ratios;
-        for (int round = 0; round < firstRounds; ++round) {
-            for (int turn = 0; turn < 2; ++turn) {
-                TestEnv env;
-                if ((turn == 0) == (round % 2 == 0))
-                    launcherRuns.push_back(launcherFirstPlay(config));
-                else
-                    shellRuns.push_back(shellFirstPlay(server, env.root()));
-            }
-            ratios.push_back(launcherRuns.back().seconds / shellRuns.back().seconds);
-        }
-        std::vector<double> launcherSeconds, shellSeconds;
-        for (const FirstPlay &run : launcherRuns)
-            launcherSeconds.push_back(run.seconds);
-        for (const FirstPlay &run : shellRuns)
-            shellSeconds.push_back(run.seconds);
-
-        std::printf("play_first_launcher_s: %.2f (median of %d, %s)\n", median(launcherSeconds),
-                    firstRounds, qPrintable(spread(launcherSeconds, 2)));
-        std::printf("play_first_shell_s: %.2f (median of %d, %s)\n", median(shellSeconds),
-                    firstRounds, qPrintable(spread(shellSeconds, 2)));
-        std::printf("play_first_vs_shell: %.2f (goal ≤ 1.10; median of %d rounds, %s)\n",
-                    median(ratios), firstRounds, qPrintable(spread(ratios, 2)));
+        std::printf("play_first_launcher_s: %.2f (%s)\n", launcherSeconds.median(),
+                    qPrintable(launcherSeconds.rounds(2)));
+        std::printf("play_first_shell_s: %.2f (%s)\n", shellSeconds.median(),
+                    qPrintable(shellSeconds.rounds(2)));
+        std::printf("play_first_vs_shell: %.2f (goal ≤ 1.10; %s)\n", vsShell.median(),
+                    qPrintable(vsShell.rounds(2)));
         std::printf("play_first_launcher_phases_ms: %s\n", qPrintable(phaseLine(launcherRuns)));
         std::printf("play_first_shell_phases_ms: %s\n", qPrintable(phaseLine(shellRuns)));
-        const FirstPlay &fresh = launcherRuns.front();
         std::printf("play_first_rss_growth_mb: %.1f (goal < 80; idle %.1f MB, %s)\n",
-                    fresh.rssGrowthMb, fresh.idleRssMb,
-                    fresh.rssExact ? "exact peak" : "sampled every ms");
+                    samplesOf(launcherRuns, &FirstPlay::rssGrowthMb).median(),
+                    samplesOf(launcherRuns, &FirstPlay::idleRssMb).median(),
+                    launcherRuns.front().rssExact ? "exact peak" : "sampled every ms");
         std::fflush(stdout);
 
         TestEnv env;
         const WarmPlays warm = warmPlays(config);
-        std::printf("play_warm_ms: %.1f (goal < 100; median of %d, %s; %d project files)\n",
-                    median(warm.totalMs), warmRounds, qPrintable(spread(warm.totalMs, 1)),
+        std::printf("play_warm_ms: %.1f (goal < 100; %s; %d project files)\n",
+                    Samples(warm.totalMs).median(), qPrintable(Samples(warm.totalMs).rounds(1)),
                     warmFiles);
-        std::printf("play_warm_to_starting_ms: %.1f (median)\n", median(warm.toStartingMs));
+        std::printf("play_warm_to_starting_ms: %.1f (median)\n",
+                    Samples(warm.toStartingMs).median());
         std::fflush(stdout);
     } catch (const Failure &failure) {
         std::fprintf(stderr, "bench_play: %s\n", qPrintable(failure.what));

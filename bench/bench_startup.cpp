@@ -1,11 +1,11 @@
-// Cold start of the real program under Xvfb: the time to the main window's first
-// rendered frame and the resident memory 5 s after start, with the software scene
-// graph the program uses against Qt Quick's default OpenGL one on the same X server.
+// Start of the real program under Xvfb: the time to the main window's first rendered
+// frame and the resident memory 5 s after start, against a bare Qt Quick window that
+// shows one line of text (vantro-bare-window, the floor for this toolkit here) and
+// against the program on Qt Quick's default OpenGL scene graph, all on one X server.
 // For scale, a Python/GTK launcher of the same kind needs about 920 ms and 115 MB
 // on this machine.
 
 #include <QCoreApplication>
-#include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
 #include <QFileInfo>
@@ -17,10 +17,16 @@
 #include <cstdio>
 #include <vector>
 
+#include "rounds.h"
+
 using namespace Qt::StringLiterals;
 
 namespace {
-constexpr int rounds = 3;
+// A start that ends at its first frame takes a fraction of a second, so the frames get
+// many rounds; the resident set barely moves from one start to the next, and each of
+// those starts waits 5 s.
+constexpr int frameRounds = 61;
+constexpr int rssRounds = 3;
 constexpr qint64 rssAfterMs = 5000;
 
 struct Failure
@@ -81,8 +87,12 @@ struct Run
     double rssMb;
 };
 
-// Starts the program and waits for the scene graph's report of its first frame.
-Run startOnce(const QString &program, const QString &display, const QString &backend)
+// Starts the program and waits for the scene graph's report of its first frame: the
+// render loop's timing line, which any Qt Quick window prints alike, so the bare
+// window needs no code of its own to report it. Without `waitForRss` the program is
+// ended right after that frame.
+Run startOnce(const QString &program, const QString &display, const QString &backend,
+              bool waitForRss = true)
 {
     QTemporaryDir home;
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
@@ -99,6 +109,9 @@ Run startOnce(const QString &program, const QString &display, const QString &bac
     QProcess launcher;
     launcher.setProcessEnvironment(env);
     launcher.setProcessChannelMode(QProcess::SeparateChannels);
+    // The report comes on stderr; waitForReadyRead wakes for the read channel only, and
+    // on stdout every frame would be seen up to 100 ms late.
+    launcher.setReadChannel(QProcess::StandardError);
     QElapsedTimer clock;
     clock.start();
     launcher.start(program, {});
@@ -114,7 +127,13 @@ Run startOnce(const QString &program, const QString &display, const QString &bac
             firstFrameMs = double(clock.nsecsElapsed()) / 1e6;
     }
     if (firstFrameMs < 0)
-        throw Failure{u"no frame reported; the program said: "_s + QString::fromUtf8(seen)};
+        throw Failure{u"no frame reported by "_s + program + u"; it said: "_s +
+                      QString::fromUtf8(seen)};
+    if (!waitForRss) {
+        launcher.kill();
+        launcher.waitForFinished();
+        return {firstFrameMs, 0};
+    }
     QThread::msleep(ulong(std::max<qint64>(0, rssAfterMs - clock.elapsed())));
     const qint64 kb = rssKb(launcher.processId());
     launcher.kill();
@@ -122,36 +141,46 @@ Run startOnce(const QString &program, const QString &display, const QString &bac
     return {firstFrameMs, double(kb) / 1024.0};
 }
 
-Run median(const QString &program, const QString &display, const QString &backend)
-{
-    std::vector<double> frames, rss;
-    for (int round = 0; round < rounds; ++round) {
-        const Run run = startOnce(program, display, backend);
-        frames.push_back(run.firstFrameMs);
-        rss.push_back(run.rssMb);
-    }
-    std::sort(frames.begin(), frames.end());
-    std::sort(rss.begin(), rss.end());
-    return {frames[rounds / 2], rss[rounds / 2]};
-}
 } // namespace
 
 int main(int argc, char **argv)
 {
     QCoreApplication app(argc, argv);
-    const QString program = QCoreApplication::applicationDirPath() + u"/../src/vantro"_s;
+    const QString program = QStringLiteral(VANTRO_PROGRAM);
+    const QString bare = QStringLiteral(VANTRO_BARE_WINDOW);
     try {
         Xvfb xvfb;
-        const Run software = median(program, xvfb.display(), u"software"_s);
-        // Any other name leaves Qt Quick on its default, OpenGL, scene graph.
-        const Run opengl = median(program, xvfb.display(), u"rhi"_s);
+        const QString display = xvfb.display();
+        // Any backend name but "software" leaves Qt Quick on its default, OpenGL, scene
+        // graph; the bare window runs on the software one, as the program does.
+        auto start = [&display](const QString &which, const QString &backend, bool rss) {
+            return [&display, which, backend, rss] {
+                const Run run = startOnce(which, display, backend, rss);
+                return rss ? run.rssMb : run.firstFrameMs;
+            };
+        };
+        // The uncounted round reads the programs' libraries from disk.
+        const auto [frame, bareFrame, openglFrame] =
+            interleavedRounds(frameRounds, 1, start(program, u"software"_s, false),
+                              start(bare, u"software"_s, false), start(program, u"rhi"_s, false));
+        const auto [rss, bareRss, openglRss] =
+            interleavedRounds(rssRounds, 0, start(program, u"software"_s, true),
+                              start(bare, u"software"_s, true), start(program, u"rhi"_s, true));
+        const Samples vsBare = ratios(Samples(frame), Samples(bareFrame));
+
         std::printf("startup_first_frame_ms: %.0f (goal ≤ 300; GTK peer about 920)\n",
-                    software.firstFrameMs);
-        std::printf("startup_rss_5s_mb: %.1f (goal ≤ 80; GTK peer about 115)\n", software.rssMb);
+                    Samples(frame).median());
+        std::printf("startup_rss_5s_mb: %.1f (goal ≤ 60; GTK peer about 115)\n",
+                    Samples(rss).median());
+        std::printf("startup_vs_bare_window: %.2f (goal ≤ 1.5; %s)\n", vsBare.median(),
+                    qPrintable(vsBare.rounds(2)));
+        std::printf("startup_bare_window_first_frame_ms: %.0f\n", Samples(bareFrame).median());
+        std::printf("startup_bare_window_rss_5s_mb: %.1f\n", Samples(bareRss).median());
         std::printf("startup_first_frame_opengl_ms: %.0f (software/opengl %.2f)\n",
-                    opengl.firstFrameMs, software.firstFrameMs / opengl.firstFrameMs);
-        std::printf("startup_rss_5s_opengl_mb: %.1f (software/opengl %.2f)\n", opengl.rssMb,
-                    software.rssMb / opengl.rssMb);
+                    Samples(openglFrame).median(),
+                    ratios(Samples(frame), Samples(openglFrame)).median());
+        std::printf("startup_rss_5s_opengl_mb: %.1f (software/opengl %.2f)\n",
+                    Samples(openglRss).median(), ratios(Samples(rss), Samples(openglRss)).median());
     } catch (const Failure &failure) {
         std::fprintf(stderr, "bench_startup: %s\n", qPrintable(failure.what));
         return 1;
