@@ -443,7 +443,7 @@ WarmPlays warmPlays(const AppModel::Config &config)
         model.play();
         waitForPipeline(model);
     }
-    const QString root = DataLayout::fromEnvironment().game() + u"/Zorbit-master"_s;
+    const QString root = config.layout.game() + u"/Zorbit-master"_s;
     if (!QFileInfo::exists(root + u"/project.godot"_s))
         throw Failure{u"the warm install has no project"_s};
     addProjectFiles(root);
@@ -553,7 +553,9 @@ int main(int argc, char **argv)
         std::fflush(stdout);
 
         TestEnv env;
-        const WarmPlays warm = warmPlays(config);
+        AppModel::Config warmConfig = config;
+        warmConfig.layout = DataLayout::fromEnvironment(); // this environment's
+        const WarmPlays warm = warmPlays(warmConfig);
         std::printf("play_warm_ms: %.1f (goal < 100; %s; %d project files)\n",
                     Samples(warm.totalMs).median(), qPrintable(Samples(warm.totalMs).rounds(1)),
                     warmFiles);

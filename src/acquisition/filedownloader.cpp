@@ -1,5 +1,6 @@
 #include "filedownloader.h"
 
+#include "acquisition/followinghash.h"
 #include "acquisition/network.h"
 #include "common/bytecount.h"
 #include "process/processfailure.h"
@@ -95,6 +96,8 @@ QCoro::Task<QString> FileDownloader::download(QUrl url, Progress onProgress)
     // system's (a full disk says so) instead of a late flush's guess.
     if (!m_part->open(QIODevice::WriteOnly | QIODevice::Unbuffered))
         throwFileError(u"Could not write"_s, m_part->fileName(), m_part->errorString());
+    if (m_hashing)
+        m_hash = std::make_shared<FollowingHash>(m_part->fileName());
 
     useSystemProxy();
     m_manager = std::make_unique<QNetworkAccessManager>();
@@ -164,6 +167,9 @@ QCoro::Task<QString> FileDownloader::download(QUrl url, Progress onProgress)
             u"The download failed: the connection closed before the whole file arrived."_s,
             QNetworkReply::RemoteHostClosedError));
 
+    // The hash reads through a descriptor of its own, which the rename leaves alone.
+    if (m_hash)
+        m_hash->finish(m_written);
     QFile::remove(target);
     if (!m_part->rename(target))
         fail(PlatformError(PlatformError::Kind::FileSystem,
@@ -200,6 +206,9 @@ void FileDownloader::onReadyRead()
             reply->abort();
             return;
         }
+        m_written += got;
+        if (m_hash)
+            m_hash->grown(m_written);
     }
 }
 

@@ -23,6 +23,8 @@
  * file at the target. A download whose announced size does not fit on the disk
  * fails before anything is written. After `cancel`, the download throws Cancelled.
  */
+class FollowingHash;
+
 class FileDownloader : public QObject
 {
     Q_OBJECT
@@ -45,6 +47,11 @@ public:
      *  well before anything is written. */
     void setUnpackFolder(const QString &folder) { m_unpackDir = folder; }
 
+    /** Hashes the body with SHA-512 as it arrives; hash() then follows the file. */
+    void setHashing(bool hashing) { m_hashing = hashing; }
+    /** The hash of the download, once it has begun with hashing on. */
+    std::shared_ptr<FollowingHash> hash() const { return m_hash; }
+
     /** A transfer that receives nothing for this long is abandoned. */
     void setIdleTimeout(std::chrono::milliseconds timeout) { m_idleTimeout = timeout; }
 
@@ -66,6 +73,9 @@ private:
 
     std::unique_ptr<QNetworkAccessManager> m_manager;
     std::unique_ptr<QFile> m_part;
+    qint64 m_written = 0;
+    bool m_hashing = false;
+    std::shared_ptr<FollowingHash> m_hash;
     QByteArray m_chunk; // reused for every read, see onReadyRead
     QString m_writeError;
 };

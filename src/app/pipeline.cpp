@@ -2,6 +2,7 @@
 
 #include "acquisition/engineinstall.h"
 #include "acquisition/filedownloader.h"
+#include "acquisition/followinghash.h"
 #include "acquisition/importwatcher.h"
 #include "acquisition/network.h"
 #include "acquisition/repodownloader.h"
@@ -146,7 +147,16 @@ QCoro::Task<QString> Pipeline::download(QString name, QString label, QUrl url, Q
                                         QString dir)
 {
     Q_UNUSED(name); // the user sees the label; the name is for the caller
+    auto fetching = fetch(label, url, file, dir, false);
+    const Fetched fetched = co_await std::move(fetching);
+    co_return fetched.path;
+}
+
+QCoro::Task<Pipeline::Fetched> Pipeline::fetch(QString label, QUrl url, QString file, QString dir,
+                                               bool hash)
+{
     auto downloader = std::make_unique<FileDownloader>(dir, file, m.m_scope);
+    downloader->setHashing(hash);
     downloader->setIdleTimeout(m.config().downloadIdleTimeout);
     downloader->setUnpackFolder(m.layout().base());
     m_downloader = downloader.get();
@@ -180,7 +190,9 @@ QCoro::Task<QString> Pipeline::download(QString name, QString label, QUrl url, Q
             },
             Qt::QueuedConnection);
     };
-    co_return co_await downloader->download(url, onProgress);
+    auto downloading = downloader->download(url, onProgress);
+    QString path = co_await std::move(downloading);
+    co_return Fetched{std::move(path), downloader->hash()};
 }
 
 QCoro::Task<void> Pipeline::downloadGame()
@@ -236,25 +248,18 @@ QCoro::Task<void> Pipeline::downloadEngine(EngineSpec spec)
             spec, endpoint, m.config().downloadIdleTimeout, m_checksumFetch);
 
         const FolderGuard temp{TempFolders::make()};
-        const QString zip = co_await download(spec.zipName, label, url, spec.zipName, temp.path);
+        // The archive is hashed while it arrives; what is left to check at the end is
+        // the digest's last moments.
+        auto fetching = fetch(label, url, spec.zipName, temp.path, true);
+        const Fetched engine = co_await std::move(fetching);
+        const QString &zip = engine.path;
         throwIfCancelled();
 
         m.beginStep(AppState::settingUp(u"checking the engine download"_s));
-        // Exceptions do not cross the thread pool; the text comes back instead. The
-        // closure and the task are named: GCC 12 frees temporaries of a co_await
-        // expression too early.
-        const auto hash = [zip] {
-            try {
-                return std::pair{EngineManager::sha512(zip), QString()};
-            } catch (const std::exception &e) {
-                return std::pair{QString(), describeError(e)};
-            }
-        };
-        auto hashing = onWorker(m.m_scope, hash);
-        const std::pair<QString, QString> hashed = co_await std::move(hashing);
-        const QString &digest = hashed.first, &error = hashed.second;
-        if (!error.isEmpty())
-            throw PlatformError(PlatformError::Kind::FileSystem, error);
+        auto hashing = resultOf(m.m_scope, engine.hash->digest());
+        const QString digest = co_await std::move(hashing);
+        if (digest.startsWith(u'!'))
+            throw PlatformError(PlatformError::Kind::FileSystem, digest.mid(1));
         if (digest != expected)
             throw ProcessFailure(u"The engine download did not match its official checksum, so "
                                  u"it was discarded."_s);

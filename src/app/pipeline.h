@@ -13,6 +13,7 @@
 class AppModel;
 class FetchHandle;
 class FileDownloader;
+class FollowingHash;
 class ProcessBox;
 
 /**
@@ -61,6 +62,12 @@ public:
     static QString failureReportText(double elapsedSeconds, int exitCode, const QStringList &log);
 
 private:
+    struct Fetched
+    {
+        QString path;
+        std::shared_ptr<FollowingHash> hash; // when asked for
+    };
+    QCoro::Task<Fetched> fetch(QString label, QUrl url, QString file, QString dir, bool hash);
     QCoro::Task<void> work();
     QCoro::Task<void> runPipeline();
     QCoro::Task<void> launch(QString exe, QString root);

@@ -112,14 +112,19 @@ QCoro::Task<Result> resultOf(TaskScope scope, QFutureWatcher<Result> *watcher)
 }
 } // namespace detail
 
+/** The result of `future`, as one of `scope`'s waits. */
+template <typename Result> QCoro::Task<Result> resultOf(TaskScope scope, QFuture<Result> future)
+{
+    auto *watcher = new QFutureWatcher<Result>;
+    watcher->setFuture(std::move(future));
+    return detail::resultOf<Result>(std::move(scope), watcher);
+}
+
 /** Runs `work` on the thread pool and returns its result; the GUI thread never waits.
  *  If the scope is abandoned meanwhile, the result is dropped when it comes. Not a
  *  coroutine itself: GCC 12 mishandles a closure passed by value into one. */
 template <typename Work>
 QCoro::Task<std::invoke_result_t<Work>> onWorker(TaskScope scope, Work work)
 {
-    using Result = std::invoke_result_t<Work>;
-    auto *watcher = new QFutureWatcher<Result>;
-    watcher->setFuture(QtConcurrent::run(std::move(work)));
-    return detail::resultOf<Result>(std::move(scope), watcher);
+    return resultOf(std::move(scope), QtConcurrent::run(std::move(work)));
 }

@@ -1,0 +1,36 @@
+#pragma once
+
+#include <QFuture>
+#include <QString>
+
+#include <memory>
+
+/**
+ * @brief The SHA-512 of a file that is still being written, computed on a thread of
+ * its own as the bytes land, so that the digest is ready moments after the last one.
+ *
+ * The writer says how far the file has grown; the hashing thread reads up to there
+ * through its own descriptor (the page cache still holds the bytes) and sleeps when
+ * it has caught up. Memory stays one read buffer whatever the file's size. The
+ * result is the digest as 128 lower-case hex digits, or a sentence beginning "!"
+ * when the file could not be read. Dropping the object stops the thread.
+ */
+class FollowingHash
+{
+public:
+    explicit FollowingHash(QString path);
+    ~FollowingHash();
+    FollowingHash(const FollowingHash &) = delete;
+    FollowingHash &operator=(const FollowingHash &) = delete;
+
+    /** The file now holds `size` bytes. */
+    void grown(qint64 size);
+    /** The file is complete at `size` bytes; the digest follows. */
+    void finish(qint64 size);
+    QFuture<QString> digest() const;
+
+    struct State;
+
+private:
+    std::shared_ptr<State> m_state;
+};
