@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QLoggingCategory>
 #include <QNetworkAccessManager>
 
 /**
@@ -13,6 +14,8 @@ QNetworkAccessManager *sharedNetwork();
 /** Sets the proxy policy once per process: the desktop's proxy settings apply. */
 void useSystemProxy();
 
+Q_DECLARE_LOGGING_CATEGORY(lcNetwork)
+
 #include "common/taskscope.h"
 
 #include <QNetworkReply>
@@ -25,6 +28,14 @@ QCoro::Task<void> finished(QNetworkReply *reply, TaskScope scope);
 /** Why a redirect was not followed, as the end of a sentence ("the server …"), or
  *  nothing when `error` is not about redirects. */
 std::optional<QString> redirectProblem(QNetworkReply::NetworkError error);
+
+/** What went wrong with a finished reply, as the end of a sentence ("The download
+ *  failed: …"): Qt's own text for a plain transport error, words of ours where
+ *  Qt's would mislead or say too little (a certificate that does not verify, a
+ *  proxy that refuses, a refused redirect, a body cut short). Nothing when the
+ *  transport succeeded. Qt's idle time-out, which it reports as a cancel, is the
+ *  caller's to tell. */
+std::optional<QString> networkProblem(const QNetworkReply *reply);
 
 /**
  * @brief A handle on a small request under way, so that a cancel can reach it.
