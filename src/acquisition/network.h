@@ -11,7 +11,9 @@
  */
 QNetworkAccessManager *sharedNetwork();
 
-/** Sets the proxy policy once per process: the desktop's proxy settings apply. */
+/** Sets the proxy policy once per process: the proxy variables (https_proxy,
+ *  http_proxy, all_proxy, no_proxy, in either case) as curl reads them, else the
+ *  desktop's proxy settings. Loopback always goes direct (Qt's own rule). */
 void useSystemProxy();
 
 Q_DECLARE_LOGGING_CATEGORY(lcNetwork)
