@@ -20,6 +20,8 @@ packages=(
   dpkg-dev file lintian desktop-file-utils appstream librsvg2-bin x11-utils
   # The real Godot 3 editor, for the end-to-end import test.
   godot3
+  # The network tests' proxy: the program alone, without the system service.
+  tinyproxy-bin
 )
 
 missing=()

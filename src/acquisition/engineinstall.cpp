@@ -101,7 +101,7 @@ QCoro::Task<QString> expectedChecksum(EngineSpec spec, QString endpoint,
                             QNetworkReply::TimeoutError);
     }
     if (raw->error() != QNetworkReply::NoError)
-        throw PlatformError(PlatformError::Kind::Network, failed + raw->errorString() + u"."_s,
+        throw PlatformError(PlatformError::Kind::Network, failed + *networkProblem(raw) + u"."_s,
                             raw->error());
     const auto digest = checksumFromList(QString::fromUtf8(body), spec.zipName);
     if (!digest)

@@ -157,7 +157,7 @@ QCoro::Task<QString> FileDownloader::download(QUrl url, Progress onProgress)
                                    QString::number(m_idleTimeout.count() / 1000.0) + u" seconds."_s,
                                QNetworkReply::TimeoutError));
         fail(PlatformError(PlatformError::Kind::Network,
-                           u"The download failed: "_s + reply->errorString() + u"."_s,
+                           u"The download failed: "_s + *networkProblem(reply) + u"."_s,
                            reply->error()));
     }
     const QVariant announced = reply->header(QNetworkRequest::ContentLengthHeader);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QLoggingCategory>
 #include <QNetworkAccessManager>
 
 /**
@@ -10,8 +11,12 @@
  */
 QNetworkAccessManager *sharedNetwork();
 
-/** Sets the proxy policy once per process: the desktop's proxy settings apply. */
+/** Sets the proxy policy once per process: the proxy variables (https_proxy,
+ *  http_proxy, all_proxy, no_proxy, in either case) as curl reads them, else the
+ *  desktop's proxy settings. Loopback always goes direct (Qt's own rule). */
 void useSystemProxy();
+
+Q_DECLARE_LOGGING_CATEGORY(lcNetwork)
 
 #include "common/taskscope.h"
 
@@ -25,6 +30,14 @@ QCoro::Task<void> finished(QNetworkReply *reply, TaskScope scope);
 /** Why a redirect was not followed, as the end of a sentence ("the server …"), or
  *  nothing when `error` is not about redirects. */
 std::optional<QString> redirectProblem(QNetworkReply::NetworkError error);
+
+/** What went wrong with a finished reply, as the end of a sentence ("The download
+ *  failed: …"): Qt's own text for a plain transport error, words of ours where
+ *  Qt's would mislead or say too little (a certificate that does not verify, a
+ *  proxy that refuses, a refused redirect, a body cut short). Nothing when the
+ *  transport succeeded. Qt's idle time-out, which it reports as a cancel, is the
+ *  caller's to tell. */
+std::optional<QString> networkProblem(const QNetworkReply *reply);
 
 /**
  * @brief A handle on a small request under way, so that a cancel can reach it.

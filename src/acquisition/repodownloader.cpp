@@ -59,6 +59,9 @@ QCoro::Task<std::optional<qint64>> remoteSize(QUrl url, TaskScope scope)
     std::unique_ptr<QNetworkReply, void (*)(QNetworkReply *)> reply(
         sharedNetwork()->head(request), [](QNetworkReply *r) { r->deleteLater(); });
     co_await finished(reply.get(), scope);
+    // Only an estimate hangs on it: the reason goes to the program's log alone.
+    if (const auto problem = networkProblem(reply.get()))
+        qCInfo(lcNetwork).noquote() << u"No size for "_s + url.toString() + u": "_s + *problem;
     const int status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
     const QVariant length = reply->header(QNetworkRequest::ContentLengthHeader);
     if (reply->error() != QNetworkReply::NoError || status < 200 || status > 299 ||

@@ -14,29 +14,21 @@
 #include <cstring>
 #include <pthread.h>
 
-using namespace Qt::StringLiterals;
-
 int main(int argc, char **argv)
 {
     QString root;
-    long port = 0;
-    for (int i = 1; i < argc; ++i) {
-        if (std::strcmp(argv[i], "--root") == 0 && i + 1 < argc) {
-            root = QFile::decodeName(argv[++i]);
-        } else if (std::strcmp(argv[i], "--port") == 0 && i + 1 < argc) {
-            char *end = nullptr;
-            port = std::strtol(argv[++i], &end, 10);
-            if (*end != '\0' || port < 0 || port > 65535) {
-                std::fprintf(stderr, "vantro-testserver: bad port %s\n", argv[i]);
-                return 2;
-            }
-        } else {
-            std::fprintf(stderr, "usage: vantro-testserver --root DIR [--port N]\n");
-            return 2;
-        }
+    quint16 port = 0;
+    bool ok = true;
+    for (int i = 1; ok && i + 1 < argc; i += 2) {
+        if (std::strcmp(argv[i], "--root") == 0)
+            root = QFileInfo(QFile::decodeName(argv[i + 1])).absoluteFilePath();
+        else if (std::strcmp(argv[i], "--port") == 0)
+            port = QByteArray(argv[i + 1]).toUShort(&ok);
+        else
+            ok = false;
     }
-    if (root.isEmpty() || !QFileInfo(root).isDir()) {
-        std::fprintf(stderr, "vantro-testserver: --root must name a folder\n");
+    if (!ok || argc % 2 == 0 || !QFileInfo(root).isDir()) {
+        std::fprintf(stderr, "usage: vantro-testserver --root DIR [--port N]\n");
         return 2;
     }
 
@@ -48,11 +40,10 @@ int main(int argc, char **argv)
     sigaddset(&stop, SIGTERM);
     pthread_sigmask(SIG_BLOCK, &stop, nullptr);
 
-    TestHttpServer server{quint16(port)};
-    server.setRoot(QFileInfo(root).absoluteFilePath());
+    TestHttpServer server{port};
+    server.setRoot(root);
     std::printf("port: %u\n", unsigned(server.port()));
     std::fflush(stdout);
-
     int received = 0;
     sigwait(&stop, &received);
     return 0;

@@ -1,0 +1,293 @@
+#include "acquisition/engineinstall.h"
+#include "acquisition/filedownloader.h"
+#include "acquisition/repodownloader.h"
+#include "app/appmodel.h"
+#include "coro.h"
+#include "playworld.h"
+#include "testca.h"
+#include "testenv.h"
+#include "testhttpserver.h"
+#include "testproxy.h"
+
+#include <QDir>
+#include <QHostInfo>
+#include <QRegularExpression>
+#include <QTest>
+
+using namespace Qt::StringLiterals;
+using Tls = TestHttpServer::Tls;
+
+namespace {
+QByteArray payload(int size)
+{
+    QByteArray bytes(size, Qt::Uninitialized);
+    for (int i = 0; i < size; ++i)
+        bytes[i] = char('a' + i % 26);
+    return bytes;
+}
+
+// Qt never sends "localhost" or a loopback address through a proxy, so the rows
+// that the proxy must see ask for the machine by its own name.
+QString machineName()
+{
+    const QString name = QHostInfo::localHostName();
+    for (const QHostAddress &address : QHostInfo::fromName(name).addresses()) {
+        if (address.protocol() == QAbstractSocket::IPv4Protocol)
+            return name;
+    }
+    return {};
+}
+
+const QString digest = u"0123456789abcdef"_s.repeated(8);
+const EngineSpec spec{u"4.3-stable"_s, u"Godot_v4.3-stable_linux.x86_64.zip"_s, 4};
+} // namespace
+
+Q_DECLARE_METATYPE(TestHttpServer::Route)
+
+class TestNetwork : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase();
+    void fetches_data();
+    void fetches();
+    void firstPlayOverHttps();
+    void cleanupTestCase();
+
+private:
+    std::optional<TestProxy> m_proxy, m_refusing;
+};
+
+void TestNetwork::initTestCase()
+{
+    TestCa::trustInThisProcess();
+    for (const char *name : {"https_proxy", "HTTPS_PROXY", "http_proxy", "HTTP_PROXY", "all_proxy",
+                             "ALL_PROXY", "no_proxy", "NO_PROXY"})
+        qunsetenv(name);
+    m_proxy.emplace();
+    m_refusing.emplace(true);
+}
+
+void TestNetwork::fetches_data()
+{
+    QTest::addColumn<QString>("what"); // file, checksum (the list), size
+    QTest::addColumn<int>("tls");
+    QTest::addColumn<QString>("host"); // "machine": machineName()
+    QTest::addColumn<TestHttpServer::Route>("route");
+    QTest::addColumn<QString>("hop");         // where the route redirects to: other host, http
+    QTest::addColumn<QString>("environment"); // NAME=VALUE, blank-separated
+    QTest::addColumn<bool>("proxied");
+    QTest::addColumn<QString>("outcome");
+
+    TestHttpServer::Route plain;
+    plain.body = payload(300000);
+    TestHttpServer::Route chunked = plain;
+    chunked.chunked = true;
+    TestHttpServer::Route reset = plain;
+    reset.resetAfterBytes = 100000;
+    TestHttpServer::Route sums;
+    sums.body = (digest + u"  "_s + spec.zipName + u"\n"_s).toUtf8();
+    const QString whole = u"whole file, 300000 of 300000 bytes"_s;
+    const QString unverified = u"The download failed: the secure connection to {host} could not "
+                               u"be verified (the certificate "_s;
+    const QString refused = u"the proxy server {refusing} refused the connection."_s;
+    const QString viaProxy = u"https_proxy=http://{proxy}"_s;
+    const QString file = u"file"_s, local = u"127.0.0.1"_s, machine = u"machine"_s, none;
+    const int valid = int(Tls::Valid);
+
+    QTest::newRow("https") << file << valid << local << plain << none << none << false << whole;
+    QTest::newRow("302 to another host")
+        << file << valid << u"localhost"_s << plain << u"other host"_s << none << false << whole;
+    QTest::newRow("chunked, no length") << file << valid << local << chunked << none << none
+                                        << false << u"whole file, 300000 bytes of no total"_s;
+    QTest::newRow("https redirected to http")
+        << file << valid << local << plain << u"http"_s << none << false
+        << u"The download failed: the server redirected it from a secure (https) address to an "
+           u"insecure (http) one, which is refused."_s;
+    QTest::newRow("certificate for another host")
+        << file << int(Tls::WrongHost) << u"127.0.0.2"_s << plain << none << none << false
+        << unverified + u"is for a different host)."_s;
+    QTest::newRow("expired certificate")
+        << file << int(Tls::Expired) << u"localhost"_s << plain << none << none << false
+        << unverified + u"has expired)."_s;
+    QTest::newRow("certificate from an unknown CA")
+        << file << int(Tls::UnknownCa) << local << plain << none << none << false
+        << unverified + u"was not issued by an authority that this computer trusts)."_s;
+    QTest::newRow("stalled handshake")
+        << file << int(Tls::Stall) << local << plain << none << none << false
+        << u"The download stalled: nothing arrived for 0.5 seconds."_s;
+    QTest::newRow("reset mid-body")
+        << file << valid << local << reset << none << none << false
+        << u"The download failed: the connection closed before the whole file arrived."_s;
+
+    QTest::newRow("https_proxy") << file << valid << machine << plain << none << viaProxy << true
+                                 << whole;
+    QTest::newRow("http_proxy") << file << int(Tls::None) << machine << plain << none
+                                << u"http_proxy=http://{proxy}"_s << true << whole;
+    // Where Qt 6.4's reading of the variables (through libproxy) goes wrong.
+    QTest::newRow("proxy without http://")
+        << file << valid << machine << plain << none << u"HTTPS_PROXY={proxy}"_s << true << whole;
+    QTest::newRow("all_proxy") << file << valid << machine << plain << none
+                               << u"all_proxy=http://{proxy}"_s << true << whole;
+    QTest::newRow("no_proxy names the host")
+        << file << valid << machine << plain << none
+        << viaProxy + u" no_proxy=example.invalid,{host}"_s << false << whole;
+    QTest::newRow("no_proxy with a leading dot")
+        << file << valid << machine << plain << none << viaProxy + u" NO_PROXY=.{host}"_s << false
+        << whole;
+    QTest::newRow("no_proxy=*") << file << valid << machine << plain << none
+                                << viaProxy + u" no_proxy=*"_s << false << whole;
+    QTest::newRow("refusing proxy")
+        << file << valid << machine << plain << none << u"https_proxy=http://{refusing}"_s << false
+        << u"The download failed: "_s + refused;
+
+    QTest::newRow("checksum list through the proxy")
+        << u"checksum"_s << valid << machine << sums << none << viaProxy << true << digest;
+    QTest::newRow("checksum list, expired certificate")
+        << u"checksum"_s << int(Tls::Expired) << local << sums << none << none << false
+        << u"Could not get the engine checksum list: the secure connection to 127.0.0.1 could "
+           u"not be verified (the certificate has expired)."_s;
+    QTest::newRow("checksum list, refusing proxy")
+        << u"checksum"_s << valid << machine << sums << none << u"https_proxy=http://{refusing}"_s
+        << false << u"Could not get the engine checksum list: "_s + refused;
+    QTest::newRow("size through the proxy")
+        << u"size"_s << valid << machine << plain << none << viaProxy << true << u"300000"_s;
+    QTest::newRow("size, certificate from an unknown CA")
+        << u"size"_s << int(Tls::UnknownCa) << local << plain << none << none << false << u"none"_s;
+}
+
+void TestNetwork::fetches()
+{
+    QFETCH(QString, what);
+    QFETCH(int, tls);
+    QFETCH(QString, host);
+    QFETCH(TestHttpServer::Route, route);
+    QFETCH(QString, hop);
+    QFETCH(QString, environment);
+    QFETCH(bool, proxied);
+    QFETCH(QString, outcome);
+
+    if (host == u"machine") {
+        host = machineName();
+        if (host.isEmpty())
+            QSKIP("this machine's own name does not resolve, so no request can reach the proxy");
+    }
+    auto fill = [&](QString text) {
+        auto port = [](const TestProxy &proxy) {
+            return QString::fromLatin1(proxy.address()).section(u"//"_s, 1);
+        };
+        return text.replace(u"{host}"_s, host)
+            .replace(u"{proxy}"_s, port(*m_proxy))
+            .replace(u"{refusing}"_s, port(*m_refusing));
+    };
+    std::list<ScopedEnv> variables;
+    for (const QString &assignment : fill(environment).split(u' ', Qt::SkipEmptyParts))
+        variables.emplace_back(assignment.section(u'=', 0, 0).toLatin1().constData(),
+                               assignment.section(u'=', 1).toLatin1());
+
+    TestEnv env;
+    TestHttpServer server(Tls(tls), host);
+    const QString path = what == u"checksum" ? u"/releases/4.3-stable/SHA512-SUMS.txt"_s
+                                             : u"/Godot_v4.3-stable_linux.x86_64.zip"_s;
+    std::optional<TestHttpServer> next;
+    if (!hop.isEmpty()) {
+        next.emplace(hop == u"http" ? Tls::None : Tls::Valid,
+                     hop == u"http" ? u"127.0.0.1"_s : u"127.0.0.2"_s);
+        next->setRoute(path, route);
+        route = TestHttpServer::redirect(next->url(path).toEncoded());
+    }
+    server.setRoute(path, route);
+
+    QString result;
+    const QString dir = env.root() + u"/downloads"_s;
+    if (what == u"file") {
+        FileDownloader downloader(dir, spec.zipName);
+        downloader.setIdleTimeout(std::chrono::milliseconds(500));
+        qint64 written = 0, expected = 0;
+        auto got = runTask(downloader.download(server.url(path), [&](qint64 w, qint64 e) {
+            written = w;
+            expected = e;
+        }));
+        if (!got.ok())
+            result = got.errorText();
+        else if (TestEnv::readFile(*got.value) != payload(300000))
+            result = u"wrong content"_s;
+        else
+            result = u"whole file, "_s + QString::number(written) + u" "_s +
+                     (expected < 1 ? u"bytes of no total"_s
+                                   : u"of "_s + QString::number(expected) + u" bytes"_s);
+        // Nothing is written unless all of it arrived: no file, no part file.
+        QCOMPARE(QDir(dir).entryList(QDir::Files | QDir::Hidden),
+                 got.ok() ? QStringList{spec.zipName} : QStringList{});
+    } else if (what == u"checksum") {
+        const QString endpoint = server.url(u"/releases/"_s).toString();
+        auto got = runTask(EngineManager::expectedChecksum(
+            spec, endpoint, std::chrono::milliseconds(500), std::make_shared<FetchHandle>()));
+        result = got.ok() ? *got.value : got.errorText();
+    } else {
+        auto got = runTask(RepoDownloader::remoteSize(server.url(path), {}));
+        result = *got.value ? QString::number(**got.value) : u"none"_s;
+    }
+
+    QCOMPARE(result, fill(outcome));
+    if (next)
+        QCOMPARE(next->hits(path), hop == u"http" ? 0 : 1);
+    const QRegularExpression target(QRegularExpression::escape(host) + u":"_s +
+                                    QString::number(server.port()) + u"[ /]"_s);
+    QCOMPARE(!m_proxy->requests().filter(target).isEmpty(), proxied);
+    // Only a proxy that refuses, or a handshake that fails, keeps it from the server.
+    const bool reached =
+        !environment.contains(u"{refusing}"_s) && (Tls(tls) == Tls::Valid || Tls(tls) == Tls::None);
+    QCOMPARE(server.hits(path) > 0, reached);
+}
+
+// A first Play from an empty disk as a player's goes: all over HTTPS, the game's
+// archive chunked without a length, the engine's release address redirecting to
+// another host.
+void TestNetwork::firstPlayOverHttps()
+{
+    TestEnv env;
+    TestHttpServer server(Tls::Valid, u"localhost"_s);
+    TestHttpServer mirror(Tls::Valid, u"127.0.0.2"_s);
+    PlayWorld world;
+    world.gamePadding = 500000;
+    AppModel::Config config = world.serve(server, env.root());
+    config.promotionDelay = std::chrono::milliseconds(400);
+    config.settleDelay = std::chrono::milliseconds(50);
+    const QString engine = QString::fromLatin1(PlayWorld::enginePath);
+    mirror.setRoute(engine, TestHttpServer::file(env.root() + u"/"_s + spec.zipName));
+    server.setRoute(engine, TestHttpServer::redirect(mirror.url(engine).toEncoded()));
+    TestHttpServer::Route game = TestHttpServer::file(env.root() + u"/game.zip"_s);
+    game.chunked = true;
+    server.setRoute(QString::fromLatin1(PlayWorld::gamePath), game);
+
+    ScopedEnv run("FAKE_RUN_SECONDS", "0.8");
+    QStringList gameProgress;
+    bool fraction = false;
+    AppModel model(config);
+    connect(&model, &AppModel::progressTextChanged, this, [&] {
+        if (model.state() == AppState::downloading(u"the game"_s)) {
+            gameProgress.append(model.progressText());
+            fraction = fraction || model.progress();
+        }
+    });
+    model.play();
+    QTRY_VERIFY_WITH_TIMEOUT(!model.isWorking(), 30000);
+    QVERIFY2(model.state() == AppState::ready(), qPrintable(model.log()->lines().join(u'\n')));
+    QVERIFY(mirror.methods(engine).contains("GET"));
+    // Bytes and speed, never a total or a fraction.
+    QVERIFY2(!gameProgress.filter(u" \u00b7 "_s).isEmpty(), qPrintable(gameProgress.join(u'|')));
+    QVERIFY2(gameProgress.filter(u" of "_s).isEmpty(), qPrintable(gameProgress.join(u'|')));
+    QVERIFY(!fraction);
+}
+
+void TestNetwork::cleanupTestCase()
+{
+    // Its network thread would otherwise end only with the application, after the
+    // leak checker has looked at the TLS state that thread still holds.
+    delete sharedNetwork();
+}
+
+QTEST_GUILESS_MAIN(TestNetwork)
+#include "tst_network.moc"
