@@ -5,7 +5,7 @@
 #include "common/bytecount.h"
 #include "process/processfailure.h"
 
-#include <QCoroNetworkReply>
+#include <QCoreApplication>
 #include <QDir>
 #include <QFileInfo>
 #include <QLoggingCategory>
@@ -32,6 +32,7 @@ constexpr qint64 readBufferBytes = 4 * 1024 * 1024;
 // size: small enough to stay in the CPU cache between the two copies. Handing each
 // readAll() of up to 4 MiB to the file instead halves the download rate.
 constexpr qsizetype chunkBytes = 256 * 1024;
+constexpr qint64 hashLead = 16 * 1024 * 1024;
 
 [[noreturn]] void throwFileError(const QString &what, const QString &path, const QString &why)
 {
@@ -131,7 +132,7 @@ QCoro::Task<QString> FileDownloader::download(QUrl url, Progress onProgress)
     std::unique_ptr<QNetworkReply, void (*)(QNetworkReply *)> owned(
         reply, [](QNetworkReply *r) { r->deleteLater(); });
     co_await finished(reply, m_scope);
-    onReadyRead();
+    readBody(true);
     m_part->close();
 
     auto fail = [this](auto &&error) {
@@ -181,6 +182,11 @@ QCoro::Task<QString> FileDownloader::download(QUrl url, Progress onProgress)
 
 void FileDownloader::onReadyRead()
 {
+    readBody(false);
+}
+
+void FileDownloader::readBody(bool all)
+{
     QPointer<QNetworkReply> reply;
     {
         QMutexLocker locker(&m_lock);
@@ -196,7 +202,27 @@ void FileDownloader::onReadyRead()
     // Everything buffered is read now: readyRead only comes again when more arrives,
     // and with the read buffer full nothing more would.
     qint64 got;
-    while ((got = reply->read(m_chunk.data(), m_chunk.size())) > 0) {
+    while (true) {
+        // While hashing, the download keeps no more than this ahead of the hash: when
+        // the last byte arrives, its digest is moments away, and the wire waits for
+        // the hash instead of the hash for the player. Qt's own buffer then fills and
+        // it stops reading the socket until this resumes.
+        if (m_hash && !all && m_written - m_hash->hashed() > hashLead) {
+            QPointer<FileDownloader> self(this);
+            // From the hashing thread to the application's, where `self` is safe to read.
+            m_hash->notifyAt(m_written - hashLead / 2, [self] {
+                QMetaObject::invokeMethod(
+                    QCoreApplication::instance(),
+                    [self] {
+                        if (self)
+                            self->readBody(false);
+                    },
+                    Qt::QueuedConnection);
+            });
+            return;
+        }
+        if ((got = reply->read(m_chunk.data(), m_chunk.size())) <= 0)
+            break;
         if (!keep)
             continue;
         if (!writeAll(m_chunk.constData(), got)) {

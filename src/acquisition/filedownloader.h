@@ -57,6 +57,8 @@ public:
 
 private:
     void onReadyRead();
+    /** Reads what Qt holds; `all` also when the hash is far behind (the end). */
+    void readBody(bool all);
     void checkSpace(QNetworkReply *reply);
     bool writeAll(const char *data, qint64 size);
 

@@ -22,6 +22,9 @@ struct FollowingHash::State
     // Read without the lock between chunks too, so that a stop never waits for a
     // whole file's worth of hashing.
     std::atomic<bool> stopping = false;
+    std::atomic<qint64> hashed = 0;
+    qint64 notifyAt = -1; // guarded by lock, as is caughtUp
+    std::function<void()> caughtUp;
     QPromise<QString> promise;
     std::thread thread;
 
@@ -69,6 +72,17 @@ struct FollowingHash::State
                 }
                 EVP_DigestUpdate(context.get(), buffer.constData(), size_t(got));
                 done += got;
+                hashed = done;
+                std::function<void()> call;
+                {
+                    std::lock_guard<std::mutex> locker(lock);
+                    if (notifyAt >= 0 && done >= notifyAt) {
+                        notifyAt = -1;
+                        call = std::move(caughtUp);
+                    }
+                }
+                if (call)
+                    call();
             }
         }
         ::close(fd);
@@ -108,6 +122,24 @@ void FollowingHash::finish(qint64 size)
         m_state->complete = true;
     }
     m_state->changed.notify_one();
+}
+
+qint64 FollowingHash::hashed() const
+{
+    return m_state->hashed;
+}
+
+void FollowingHash::notifyAt(qint64 position, std::function<void()> caughtUp)
+{
+    {
+        std::lock_guard<std::mutex> locker(m_state->lock);
+        if (m_state->hashed < position) {
+            m_state->notifyAt = position;
+            m_state->caughtUp = std::move(caughtUp);
+            return;
+        }
+    }
+    caughtUp();
 }
 
 QFuture<QString> FollowingHash::digest() const

@@ -3,6 +3,7 @@
 #include <QFuture>
 #include <QString>
 
+#include <functional>
 #include <memory>
 
 /**
@@ -27,6 +28,11 @@ public:
     void grown(qint64 size);
     /** The file is complete at `size` bytes; the digest follows. */
     void finish(qint64 size);
+    /** How many bytes have been hashed so far; any thread. */
+    qint64 hashed() const;
+    /** Calls `caughtUp` once, on the hashing thread, when `position` has been hashed
+     *  (at once if it has); a writer that waits for the hash to catch up resumes then. */
+    void notifyAt(qint64 position, std::function<void()> caughtUp);
     QFuture<QString> digest() const;
 
     struct State;
