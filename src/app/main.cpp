@@ -2,6 +2,7 @@
 #include "app/launcherentry.h"
 #include "app/singleinstance.h"
 #include "app/windowsetup.h"
+#include "ui/nativedesktop.h"
 
 #include <QGuiApplication>
 #include <QIcon>
@@ -21,7 +22,10 @@ int main(int argc, char *argv[])
     if (qEnvironmentVariableIsEmpty("QT_QUICK_BACKEND"))
         QQuickWindow::setGraphicsApi(QSGRendererInterface::Software);
 
+    // Natively on Wayland, and safe on a compositor with no seat (see there).
+    NativeDesktop desktop;
     QGuiApplication app(argc, argv);
+    desktop.restoreEnvironment();
     // Without an organisation, QSettings would write under "Unknown Organization".
     QGuiApplication::setOrganizationName(u"Vantro"_s);
     QGuiApplication::setApplicationName(u"Vantro 3D"_s);
