@@ -15,7 +15,7 @@ packages=(
   libqt6svg6 libssl-dev libarchive-tools fonts-dejavu-core
   curl openssl xvfb xauth dbus-daemon
   # Wayland: the client library the program asks for seats, Qt's platform plugin
-  # (the package recommends it), and the compositor scripts/wayland-check.sh uses.
+  # (the package recommends it), and the compositor scripts/desktop-check.sh uses.
   libwayland-dev qt6-wayland weston
   # libqt6svg6 draws the windows' SVG symbols.
   # Packaging and its checks: the .deb, lintian, the desktop entry and metainfo

@@ -2,6 +2,7 @@
 #include "app/launcherentry.h"
 #include "app/singleinstance.h"
 #include "app/windowsetup.h"
+#include "ui/controlaccessible.h"
 #include "ui/nativedesktop.h"
 
 #include <QGuiApplication>
@@ -40,6 +41,8 @@ int main(int argc, char *argv[])
 
     // Fusion follows the desktop's palette, light or dark, and draws a visible focus.
     QQuickStyle::setStyle(u"Fusion"_s);
+    // Greyed controls read as unavailable, segments as radio buttons, progress with its value.
+    installControlAccessibility();
     AppModel *model = AppModel::shared();
     registerWindowTypes(model);
     // The dock shows a long first download's progress on the launcher's icon.
