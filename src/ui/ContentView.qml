@@ -147,7 +147,10 @@ ScrollView {
                 text: does === "stop" ? "Stop" : does === "cancel" ? "Cancel" : ViewRules.playTitle
                 icon.source: does === "stop" ? "stop.svg" : does === "play" ? "play.svg" : ""
                 icon.cache: false
-                enabled: does !== "play" || !AppModel.busy
+                // The rule read afresh, not through `does`: bindings on the model's
+                // state run before `does` follows it, and a moment's "disabled" would
+                // throw the keyboard focus out of the button.
+                enabled: ViewRules.actionButton !== "play" || !AppModel.busy
                 prominent: does === "play"
                 font.pointSize: view.baseSize * (prominent ? 1.6 : 1.3)
                 font.bold: prominent
