@@ -1,8 +1,9 @@
 // The log window open while a child floods its output: the longest time between two
 // frames of that window (what a reader sees as a stutter), against the same child
-// writing into a plain pipe.
+// writing into a plain pipe; and the same while the reader holds a selection.
 
 #include "app/appmodel.h"
+#include "app/logtext.h"
 #include "app/windowsetup.h"
 #include "process/logstore.h"
 #include "testenv.h"
@@ -14,6 +15,7 @@
 #include <QQuickStyle>
 #include <QQuickWindow>
 #include <QTest>
+#include <QTimer>
 
 #include <algorithm>
 #include <cstdio>
@@ -57,7 +59,7 @@ QQuickWindow *openLogWindow(QQuickWindow *main)
 }
 
 // One flood into the log, which the open window follows.
-Flood flood(LogStore *log, QQuickWindow *logWindow)
+Flood flood(LogStore *log, QQuickWindow *logWindow, bool selecting)
 {
     // Every round floods the same lines: the last one counts only once it came anew.
     log->clear();
@@ -85,6 +87,17 @@ Flood flood(LogStore *log, QQuickWindow *logWindow)
                                          onSync, Qt::DirectConnection);
     const auto swapped = QObject::connect(logWindow, &QQuickWindow::frameSwapped, logWindow, onSwap,
                                           Qt::DirectConnection);
+
+    // A reader holding lines 100 to 2900 selected, taken again as the flood moves
+    // them up and out.
+    QTimer holder;
+    auto *text = logWindow->findChild<LogText *>(u"logText"_s);
+    QObject::connect(&holder, &QTimer::timeout, text, [text] {
+        text->moveCaret(100, 3, false);
+        text->moveCaret(2900, 5, true);
+    });
+    if (selecting)
+        holder.start(100);
 
     const qint64 start = clock.nsecsElapsed();
     timedRunWaiting(child, [log](const QString &line) { log->append(line); });
@@ -127,13 +140,18 @@ int main(int argc, char **argv)
         auto pipe = [] {
             return timedRunWaiting(child + u" | cat > /dev/null"_s, [](const QString &) {});
         };
-        auto launcher = [&] { return flood(model.log(), logWindow); };
+        auto launcher = [&] { return flood(model.log(), logWindow, false); };
         // The uncounted round lays out the window's first lines.
         const auto [floods, pipes] = interleavedRounds(rounds, 1, launcher, pipe);
+        auto selecting = [&] { return flood(model.log(), logWindow, true); };
+        const auto [held, heldPipes] = interleavedRounds(rounds, 1, selecting, pipe);
         const Samples gaps = samplesOf(floods, &Flood::longestGapMs);
         const Samples vsPipe = ratios(samplesOf(floods, &Flood::ns), Samples(pipes));
         std::printf("logview_longest_frame_gap_ms: %.1f (goal < 50; %s)\n", gaps.median(),
                     qPrintable(gaps.rounds(1)));
+        const Samples heldGaps = samplesOf(held, &Flood::longestGapMs);
+        std::printf("logview_longest_frame_gap_selecting_ms: %.1f (goal < 50; %s)\n",
+                    heldGaps.median(), qPrintable(heldGaps.rounds(1)));
         std::printf("logview_longest_frame_ms: %.1f (goal < 50)\n",
                     samplesOf(floods, &Flood::longestFrameMs).median());
         std::printf("logview_frames: %.0f in %.1f s\n", samplesOf(floods, &Flood::frames).median(),

@@ -20,7 +20,8 @@ inline QCoro::Task<qint64> timedRun(QString script, LineSink onLine)
     // Nothing awaits the caller's side of waitFor's loop: an escaping exception would
     // leave that loop running for ever.
     try {
-        status = co_await runProcess(sh, arguments, nullptr, std::move(onLine));
+        status =
+            co_await runProcess(sh, arguments, std::make_shared<ProcessBox>(), std::move(onLine));
     } catch (const std::exception &error) {
         qFatal("the child did not start: %s", error.what());
     }

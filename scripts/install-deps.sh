@@ -14,6 +14,9 @@ packages=(
   qml6-module-qtqml-workerscript qml6-module-qtqml qml6-module-qttest
   libqt6svg6 libssl-dev libarchive-tools fonts-dejavu-core
   curl openssl xvfb xauth dbus-daemon
+  # Wayland: the client library the program asks for seats, Qt's platform plugin
+  # (the package recommends it), and the compositor scripts/desktop-check.sh uses.
+  libwayland-dev qt6-wayland weston
   # libqt6svg6 draws the windows' SVG symbols.
   # Packaging and its checks: the .deb, lintian, the desktop entry and metainfo
   # validators, the icon renderer, the window-class probe.

@@ -2,6 +2,8 @@
 #include "app/launcherentry.h"
 #include "app/singleinstance.h"
 #include "app/windowsetup.h"
+#include "ui/controlaccessible.h"
+#include "ui/nativedesktop.h"
 
 #include <QGuiApplication>
 #include <QIcon>
@@ -21,7 +23,10 @@ int main(int argc, char *argv[])
     if (qEnvironmentVariableIsEmpty("QT_QUICK_BACKEND"))
         QQuickWindow::setGraphicsApi(QSGRendererInterface::Software);
 
+    // Natively on Wayland, and safe on a compositor with no seat (see there).
+    NativeDesktop desktop;
     QGuiApplication app(argc, argv);
+    desktop.restoreEnvironment();
     // Without an organisation, QSettings would write under "Unknown Organization".
     QGuiApplication::setOrganizationName(u"Vantro"_s);
     QGuiApplication::setApplicationName(u"Vantro 3D"_s);
@@ -36,6 +41,8 @@ int main(int argc, char *argv[])
 
     // Fusion follows the desktop's palette, light or dark, and draws a visible focus.
     QQuickStyle::setStyle(u"Fusion"_s);
+    // Greyed controls read as unavailable, segments as radio buttons, progress with its value.
+    installControlAccessibility();
     AppModel *model = AppModel::shared();
     registerWindowTypes(model);
     // The dock shows a long first download's progress on the launcher's icon.

@@ -5,12 +5,12 @@
 
 #include <QClipboard>
 #include <QGuiApplication>
+#include <cmath>
 
 using namespace Qt::StringLiterals;
 
 namespace {
-// Fixed so that they mean the same on a light and a dark palette, and mid-tone
-// enough to stay legible on both.
+// The hues; legible() darkens them on a light window and lightens them on a dark one.
 const QString warningColor = u"#e07000"_s;
 const QString goodColor = u"#2e9d44"_s;
 const QString ellipsis = u"\u2026"_s;
@@ -171,6 +171,54 @@ QCoro::Task<void> ViewRules::measure(quint64 request)
     } catch (const Cancelled &) {
         // The model is going.
     }
+}
+
+namespace {
+double luminance(const QColor &color)
+{
+    auto linear = [](double c) {
+        return c <= 0.04045 ? c / 12.92 : std::pow((c + 0.055) / 1.055, 2.4);
+    };
+    const QColor rgb = color.toRgb();
+    return 0.2126 * linear(rgb.redF()) + 0.7152 * linear(rgb.greenF()) +
+           0.0722 * linear(rgb.blueF());
+}
+
+QColor mix(const QColor &from, const QColor &to, double t)
+{
+    // Rounded to what the screen shows, so that the ratio holds for the drawn pixels.
+    auto channel = [t](double a, double b) { return qRound((a + (b - a) * t) * 255); };
+    return QColor(channel(from.redF(), to.redF()), channel(from.greenF(), to.greenF()),
+                  channel(from.blueF(), to.blueF()));
+}
+} // namespace
+
+double ViewRules::contrast(const QColor &a, const QColor &b)
+{
+    const double la = luminance(a), lb = luminance(b);
+    return (std::max(la, lb) + 0.05) / (std::min(la, lb) + 0.05);
+}
+
+QColor ViewRules::legible(const QColor &color, const QColor &background, double ratio)
+{
+    const QColor drawn = over(color, background);
+    if (contrast(drawn, background) >= ratio)
+        return drawn;
+    const QColor black(Qt::black), white(Qt::white);
+    const QColor away = contrast(black, background) >= contrast(white, background) ? black : white;
+    // The least move toward black or white that reaches the ratio.
+    double low = 0, high = 1;
+    for (int i = 0; i < 16; ++i) {
+        const double t = (low + high) / 2;
+        (contrast(mix(drawn, away, t), background) >= ratio ? high : low) = t;
+    }
+    return mix(drawn, away, high);
+}
+
+QColor ViewRules::over(const QColor &top, const QColor &bottom)
+{
+    const QColor rgb = top.toRgb();
+    return mix(bottom, QColor(rgb.red(), rgb.green(), rgb.blue()), rgb.alphaF());
 }
 
 void ViewRules::copyToClipboard(const QString &text)

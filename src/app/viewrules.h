@@ -2,6 +2,7 @@
 
 #include "app/appstate.h"
 
+#include <QColor>
 #include <QCoroTask>
 #include <QObject>
 #include <QUrl>
@@ -40,7 +41,8 @@ class ViewRules : public QObject
 public:
     explicit ViewRules(AppModel &model);
 
-    /** The state line's colour: a fixed colour, or empty for the palette's text colour. */
+    /** The state line's hue (made legible on the window with legible()), or empty for
+     *  the palette's text colour. */
     QString stateColor() const { return stateColor(state()); }
     static QString stateColor(AppState::Kind state);
     /** The one action button: "play", "cancel" or "stop". */
@@ -70,6 +72,15 @@ public:
     /** Shows "…", then the installed size once the folder walk is done; only the
      *  newest of overlapping measurements sets the text. */
     Q_INVOKABLE void measureInstalledSize();
+    /** The WCAG 2 contrast ratio of two opaque colours, from 1 to 21. */
+    Q_INVOKABLE static double contrast(const QColor &a, const QColor &b);
+    /** `color`, as drawn over the opaque `background`, darkened or lightened (away
+     *  from the background) just enough to reach `ratio` against it: the colours the
+     *  desktop's palette hands over stay, only too faint ones move. */
+    Q_INVOKABLE static QColor legible(const QColor &color, const QColor &background, double ratio);
+    /** `top`, translucent or not, drawn over the opaque `bottom`. */
+    Q_INVOKABLE static QColor over(const QColor &top, const QColor &bottom);
+
     /** Replaces the clipboard's content with `text` as plain text. */
     Q_INVOKABLE static void copyToClipboard(const QString &text);
 

@@ -1,6 +1,7 @@
 #pragma once
 
 class AppModel;
+class QObject;
 class QQmlEngine;
 
 /**
@@ -16,6 +17,11 @@ void registerWindowTypes(AppModel *model);
 /** Lets `engine` find the Vantro module in the program's own resources before any
  *  folder on disk, so a stray Vantro/qmldir beside the program cannot hide it. */
 void useBuiltInViews(QQmlEngine &engine);
+
+/** Gives `window` (a QML window) roughly the palette a dark desktop theme hands to Qt,
+ *  the way a platform theme's palette reaches every control in it: for the
+ *  screenshot tool and the window tests. */
+void applyDarkPalette(QObject *window);
 
 /** The main window's QML, inside the Vantro module's resources. */
 inline constexpr char mainWindowUrl[] = "qrc:/Vantro/Main.qml";

@@ -30,11 +30,11 @@ Sheet {
             text: ViewRules.repositoryLinkText
             flat: true
             leftPadding: 0
-            Accessible.role: Accessible.Link
+            accessibleRole: Accessible.Link
             onClicked: Qt.openUrlExternally(ViewRules.repositoryUrl)
             contentItem: Label {
                 text: parent.text
-                color: palette.link
+                color: ViewRules.legible(palette.link, palette.window, 4.5)
                 font.underline: true
             }
         }

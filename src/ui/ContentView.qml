@@ -13,7 +13,29 @@ ScrollView {
     readonly property real baseSize: Qt.application.font.pointSize
     contentWidth: availableWidth
     contentHeight: page.height + 48
-    ScrollBar.vertical.policy: ScrollBar.AlwaysOn
+    ScrollBar.vertical.policy: contentHeight > height ? ScrollBar.AlwaysOn : ScrollBar.AlwaysOff
+
+    // Tab may reach a control below the window's edge: the page follows the focus.
+    Connections {
+        target: view.Window.window
+        function onActiveFocusItemChanged() {
+            view.reveal(view.Window.activeFocusItem);
+        }
+    }
+    function reveal(item) {
+        let inside = item;
+        while (inside && inside !== page)
+            inside = inside.parent;
+        if (!inside)
+            return;
+        const flick = view.contentItem;
+        const top = item.mapToItem(page, 0, 0).y + page.y - 12;
+        const bottom = top + item.height + 24;
+        if (top < flick.contentY)
+            flick.contentY = Math.max(0, top);
+        else if (bottom > flick.contentY + flick.height)
+            flick.contentY = Math.min(flick.contentHeight - flick.height, bottom - flick.height);
+    }
 
     Column {
         id: page
@@ -64,22 +86,28 @@ ScrollView {
                 horizontalAlignment: Text.AlignHCenter
                 wrapMode: Text.WordWrap
                 text: AppModel.stateTitle
-                color: ViewRules.stateColor !== "" ? ViewRules.stateColor : palette.windowText
+                color: ViewRules.stateColor !== ""
+                       ? ViewRules.legible(ViewRules.stateColor, palette.window, 4.5)
+                       : palette.windowText
                 font.pointSize: view.baseSize * 1.2
                 font.bold: true
             }
             Column {
-                anchors.horizontalCenter: parent.horizontalCenter
-                spacing: 4
+                width: parent.width
+                spacing: 6
                 visible: ViewRules.progressStyle !== ""
                 BusyIndicator {
                     objectName: "spinner"
                     anchors.horizontalCenter: parent.horizontalCenter
-                    implicitWidth: 28
-                    implicitHeight: 28
+                    implicitWidth: 44
+                    implicitHeight: 44
                     visible: ViewRules.progressStyle === "spinner"
                     running: visible
-                    Accessible.name: "Working"
+                    readonly property color shade: ViewRules.legible(view.palette.highlight,
+                                                                     view.palette.window, 3)
+                    palette.text: shade
+                    Accessible.name: AppModel.progressText !== "" ? AppModel.progressText
+                                                                  : AppModel.stateTitle
                 }
                 ProgressBar {
                     objectName: "progressBar"
@@ -87,53 +115,53 @@ ScrollView {
                     width: 300
                     visible: ViewRules.progressStyle === "bar"
                     value: visible ? AppModel.progress : 0
-                    Accessible.name: AppModel.progressText
+                    Accessible.name: AppModel.stateTitle
                 }
                 Secondary {
                     objectName: "progressText"
-                    anchors.horizontalCenter: parent.horizontalCenter
+                    width: parent.width
+                    horizontalAlignment: Text.AlignHCenter
                     text: AppModel.progressText
                     visible: text !== ""
                     font.pointSize: view.baseSize * 0.85
                 }
             }
+            // What the launcher asks of the player while a step runs, as the log says it.
+            Label {
+                objectName: "setupNote"
+                width: parent.width
+                horizontalAlignment: Text.AlignHCenter
+                wrapMode: Text.WordWrap
+                text: AppModel.setupNote
+                visible: text !== ""
+            }
 
+            // One button whatever it does, so that it keeps its place, its size and
+            // the keyboard focus when Play turns into Cancel or Stop.
             VButton {
-                objectName: "stopButton"
+                objectName: "actionButton"
                 anchors.horizontalCenter: parent.horizontalCenter
-                visible: ViewRules.actionButton === "stop"
-                text: "Stop"
-                icon.source: "stop.svg"
-                icon.cache: false
-                width: 220
-                height: 28
-                onClicked: AppModel.stopGame()
-            }
-            VButton {
-                objectName: "cancelButton"
-                anchors.horizontalCenter: parent.horizontalCenter
-                visible: ViewRules.actionButton === "cancel"
-                text: "Cancel"
-                height: 28
-                onClicked: AppModel.cancel()
-            }
-            VButton {
-                objectName: "playButton"
-                anchors.horizontalCenter: parent.horizontalCenter
-                visible: ViewRules.actionButton === "play"
-                enabled: !AppModel.busy
-                text: ViewRules.playTitle
-                icon.source: "play.svg"
-                icon.cache: false
-                // Filled with the accent colour: the one thing to press on this window.
-                palette.button: view.palette.highlight
-                palette.buttonText: view.palette.highlightedText
-                icon.color: view.palette.highlightedText
                 width: 240
                 height: 44
-                font.pointSize: view.baseSize * 1.6
-                font.bold: true
-                onClicked: AppModel.play()
+                readonly property string does: ViewRules.actionButton
+                text: does === "stop" ? "Stop" : does === "cancel" ? "Cancel" : ViewRules.playTitle
+                icon.source: does === "stop" ? "stop.svg" : does === "play" ? "play.svg" : ""
+                icon.cache: false
+                // The rule read afresh, not through `does`: bindings on the model's
+                // state run before `does` follows it, and a moment's "disabled" would
+                // throw the keyboard focus out of the button.
+                enabled: ViewRules.actionButton !== "play" || !AppModel.busy
+                prominent: does === "play"
+                font.pointSize: view.baseSize * (prominent ? 1.6 : 1.3)
+                font.bold: prominent
+                onClicked: {
+                    if (does === "stop")
+                        AppModel.stopGame();
+                    else if (does === "cancel")
+                        AppModel.cancel();
+                    else
+                        AppModel.play();
+                }
             }
 
             Secondary {
@@ -166,10 +194,13 @@ ScrollView {
         }
 
         Rectangle {
+            id: controlsPanel
+            objectName: "controlsPanel"
             width: parent.width
             implicitHeight: controls.implicitHeight + 24
             radius: 10
             color: Qt.rgba(palette.windowText.r, palette.windowText.g, palette.windowText.b, 0.1)
+            readonly property color surface: ViewRules.over(color, palette.window)
 
             Column {
                 id: controls
@@ -197,6 +228,7 @@ ScrollView {
                         Secondary {
                             width: parent.width - 130
                             text: modelData.inputs
+                            surface: controlsPanel.surface
                         }
                     }
                 }
@@ -206,12 +238,14 @@ ScrollView {
                     visible: ViewRules.controlRows.length > 0
                     text: "The README lists no controls; these come from the game's input settings. On-screen buttons can be clicked with the mouse."
                     font.pointSize: view.baseSize * 0.85
+                    surface: controlsPanel.surface
                 }
                 Secondary {
                     objectName: "controlsFallback"
                     width: parent.width
                     visible: ViewRules.controlRows.length === 0
                     text: "See README. The controls are read from the game after it is downloaded."
+                    surface: controlsPanel.surface
                 }
             }
         }
@@ -223,46 +257,52 @@ ScrollView {
         }
 
         Row {
+            id: sheets
             spacing: 8
+            // One width for the three, so that they read as a row of buttons.
+            readonly property real buttonWidth: Math.max(settingsButton.implicitWidth,
+                                                         logButton.implicitWidth,
+                                                         aboutButton.implicitWidth)
             VButton {
+                id: settingsButton
                 objectName: "settingsButton"
+                width: sheets.buttonWidth
                 text: "Settings"
-                flat: true
                 onClicked: view.showSettings = true
             }
             VButton {
+                id: logButton
                 objectName: "logButton"
+                width: sheets.buttonWidth
                 text: "Show log"
-                flat: true
                 onClicked: view.showLog = true
             }
             VButton {
+                id: aboutButton
                 objectName: "aboutButton"
+                width: sheets.buttonWidth
                 text: "About"
-                flat: true
                 onClicked: view.showAbout = true
             }
-        }
-
-        Item {
-            width: 1
-            height: 8
         }
     }
 
     Loader {
+        objectName: "settingsSheet"
         active: view.showSettings
         sourceComponent: SettingsView {
             onClosing: view.showSettings = false
         }
     }
     Loader {
+        objectName: "aboutSheet"
         active: view.showAbout
         sourceComponent: AboutView {
             onClosing: view.showAbout = false
         }
     }
     Loader {
+        objectName: "logSheet"
         active: view.showLog
         sourceComponent: LogView {
             onClosing: view.showLog = false

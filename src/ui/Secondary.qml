@@ -1,8 +1,11 @@
 import QtQuick
 import QtQuick.Controls
+import Vantro
 
-// Text in the palette's secondary colour, so it stays legible on light and dark.
+// Secondary text: the palette's own secondary colour, moved only where it would be
+// too faint to read on what it sits on (`surface`, the window unless told).
 Label {
-    color: palette.placeholderText
+    property color surface: palette.window
+    color: ViewRules.legible(palette.placeholderText, surface, 4.5)
     wrapMode: Text.WordWrap
 }

@@ -1,7 +1,8 @@
 import QtQuick
 import QtQuick.Controls
 
-// A two-way choice shown as two joined buttons, the chosen one pressed in.
+// A two-way choice shown as two joined buttons, the chosen one filled. To a screen
+// reader it is a group of two radio buttons; the arrow keys move the choice.
 Row {
     id: picker
     property string title
@@ -21,18 +22,21 @@ Row {
     }
     Row {
         Repeater {
+            id: segments
             model: [false, true]
             VButton {
                 required property bool modelData
                 text: modelData ? picker.onText : picker.offText
                 width: picker.segmentWidth > 0 ? picker.segmentWidth : implicitWidth
+                accessibleRole: Accessible.RadioButton
                 checked: picker.value === modelData
-                // The pressed-in look alone hardly shows on a dark palette.
-                highlighted: checked
-                Accessible.role: Accessible.RadioButton
-                Accessible.checkable: true
-                Accessible.checked: checked
                 onClicked: picker.picked(modelData)
+                Keys.onLeftPressed: choose(false)
+                Keys.onRightPressed: choose(true)
+                function choose(value) {
+                    picker.picked(value);
+                    segments.itemAt(value ? 1 : 0).forceActiveFocus(Qt.TabFocusReason);
+                }
             }
         }
     }

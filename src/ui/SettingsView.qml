@@ -48,6 +48,18 @@ Sheet {
                 enabled: !AppModel.fullscreen
                 Accessible.name: resolutionTitle.text
                 onActivated: index => AppModel.resolution = AppModel.resolutionChoices[index]
+                // The buttons' border and focus ring, for one look across the window.
+                Rectangle {
+                    anchors.fill: parent
+                    anchors.margins: parent.visualFocus ? -4 : 0
+                    radius: parent.visualFocus ? 5 : 2
+                    color: "transparent"
+                    border.width: parent.visualFocus ? 2 : 1
+                    border.color: ViewRules.legible(parent.visualFocus ? palette.highlight
+                                                                       : palette.mid,
+                                                    palette.window, 3)
+                    opacity: parent.enabled ? 1 : 0.6
+                }
             }
         }
         MenuSeparator {

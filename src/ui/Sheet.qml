@@ -2,10 +2,12 @@ import QtQuick
 import QtQuick.Controls
 
 // A fixed-size modal window over the main window, closed by its "Done" button, by
-// Return, or by the desktop's own close.
+// Escape, or by the desktop's own close. Return presses the button that has the
+// focus; with no button focused it is "Done", the default action.
 ApplicationWindow {
     id: sheet
     property bool doneEnabled: true
+    default property alias content: body.data
 
     flags: Qt.Dialog
     modality: Qt.ApplicationModal
@@ -15,10 +17,14 @@ ApplicationWindow {
     maximumHeight: height
     visible: true
 
-    Shortcut {
-        sequences: ["Return", "Enter"]
-        enabled: sheet.doneEnabled
-        onActivated: sheet.close()
+    FocusScope {
+        id: body
+        objectName: "sheetBody"
+        anchors.fill: parent
+        focus: true
+        // Reached only by keys no focused control took.
+        Keys.onReturnPressed: if (sheet.doneEnabled) sheet.close()
+        Keys.onEnterPressed: if (sheet.doneEnabled) sheet.close()
     }
     Shortcut {
         sequence: "Escape"

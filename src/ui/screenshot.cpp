@@ -1,14 +1,16 @@
-// Renders the real main window offscreen with the model put in a given state and
-// writes it as a PNG: for the README, the packaging and a reviewer's eye.
+// Renders the real windows offscreen with the model put in a given state and writes
+// one of them as a PNG: for the README, the packaging and a reviewer's eye.
 //
-//   vantro-screenshot STATE[+SHEET][+dark] OUT.png [GAME_FOLDER]
+//   vantro-screenshot STATE[+WINDOW][+dark][+2x] OUT.png [GAME_FOLDER]
 //
 // STATE is notDownloaded, downloading, settingUp, needs, ready, starting or playing
-// (needs comes with a failure report). SHEET, one of settings, about or log, opens
-// that window over the main one and renders it instead; "dark" renders with a dark
-// desktop palette. GAME_FOLDER, a folder holding a
-// project.godot, stands in for a downloaded game. Nothing of the user's own data
-// or settings is read or written: everything lives in a temporary folder.
+// (needs comes with a failure report). WINDOW, one of settings, about or log, opens
+// that sheet over the main window and renders it instead; reinstall and remove open
+// the settings with that question; quit asks the quit guard's question. A WINDOW on
+// its own stands for ready+WINDOW (playing+quit). "dark" renders with a dark desktop palette, "2x"
+// at twice the scale. GAME_FOLDER, a folder holding a project.godot, stands in for
+// a downloaded game. Nothing of the user's own data or settings is read or written:
+// everything lives in a temporary folder.
 
 #include "app/appmodel.h"
 #include "app/modelpreview.h"
@@ -43,40 +45,14 @@ void copyFiles(const QString &from, const QString &to)
         QFile::copy(from + u'/' + name, to + u'/' + name);
 }
 
-// Roughly what a dark desktop theme hands to Qt, set on a window the way a
-// platform theme's palette reaches every control and item in it.
-void makeDark(QQuickWindow *window)
-{
-    auto *palette = window->property("palette").value<QObject *>();
-    const std::pair<const char *, QColor> roles[] = {{"window", QColor(0x2b, 0x2b, 0x2b)},
-                                                     {"windowText", QColor(0xee, 0xee, 0xee)},
-                                                     {"base", QColor(0x1e, 0x1e, 0x1e)},
-                                                     {"alternateBase", QColor(0x35, 0x35, 0x35)},
-                                                     {"text", QColor(0xee, 0xee, 0xee)},
-                                                     {"button", QColor(0x3c, 0x3c, 0x3c)},
-                                                     {"buttonText", QColor(0xee, 0xee, 0xee)},
-                                                     {"highlight", QColor(0x35, 0x84, 0xe4)},
-                                                     {"highlightedText", QColor(Qt::white)},
-                                                     {"link", QColor(0x78, 0xae, 0xed)},
-                                                     {"placeholderText", QColor(0xa0, 0xa0, 0xa0)},
-                                                     {"mid", QColor(0x50, 0x50, 0x50)},
-                                                     {"light", QColor(0x50, 0x50, 0x50)},
-                                                     {"dark", QColor(0x20, 0x20, 0x20)}};
-    for (const auto &[role, color] : roles)
-        palette->setProperty(role, color);
-    auto *disabled = palette->property("disabled").value<QObject *>();
-    for (const char *role : {"windowText", "buttonText", "text"})
-        disabled->setProperty(role, QColor(0x80, 0x80, 0x80));
-}
-
 bool putInState(AppModel &model, const QString &state)
 {
     ModelPreview preview(model);
     if (state == u"notDownloaded"_s) {
-        preview.downloadSizeText(u"about 96.3 MB"_s).state(AppState::notDownloaded());
+        preview.downloadSizeText(u"about 96.3\u00a0MB"_s).state(AppState::notDownloaded());
     } else if (state == u"downloading"_s) {
         preview.state(AppState::downloading(u"the game"_s))
-            .progress(0.42, u"13.1 MB of 31.2 MB \u00b7 4.2 MB/s"_s);
+            .progress(0.42, u"13.1\u00a0MB of 31.2\u00a0MB \u00b7 4.2\u00a0MB/s"_s);
     } else if (state == u"settingUp"_s) {
         preview.state(AppState::settingUp(u"First-time setup, this can take a minute or more"_s))
             .progress(std::nullopt, u"Godot is preparing the game's files\u2026"_s)
@@ -105,12 +81,17 @@ bool putInState(AppModel &model, const QString &state)
 
 int main(int argc, char *argv[])
 {
+    if (argc < 3 || argc > 4)
+        return fail(u"usage: vantro-screenshot STATE[+WINDOW][+dark][+2x] OUT.png [GAME_FOLDER]"_s);
+    QStringList parts = QString::fromLocal8Bit(argv[1]).split(u'+');
+    const bool dark = parts.removeAll(u"dark"_s) > 0;
+    // Before the application exists, as a desktop's own scale would be.
+    if (parts.removeAll(u"2x"_s) > 0)
+        qputenv("QT_SCALE_FACTOR", "2");
     qputenv("QT_QPA_PLATFORM", "offscreen");
     QQuickWindow::setGraphicsApi(QSGRendererInterface::Software);
     QGuiApplication app(argc, argv);
     const QStringList args = app.arguments();
-    if (args.size() < 3 || args.size() > 4)
-        return fail(u"usage: vantro-screenshot STATE[+SHEET][+dark] OUT.png [GAME_FOLDER]"_s);
 
     QTemporaryDir home;
     if (!home.isValid())
@@ -124,16 +105,26 @@ int main(int argc, char *argv[])
 
     QQuickStyle::setStyle(u"Fusion"_s);
     AppModel model{AppModel::Config{}};
-    QStringList parts = args.at(1).split(u'+');
+    // Which sheet opens (its flag and title), and which question in it, if any.
+    struct Window
+    {
+        QString flag, title, question;
+    };
+    const QHash<QString, Window> windows{
+        {u"settings"_s, {u"showSettings"_s, u"Settings"_s, {}}},
+        {u"about"_s, {u"showAbout"_s, u"About"_s, {}}},
+        {u"log"_s, {u"showLog"_s, u"Log"_s, {}}},
+        {u"reinstall"_s, {u"showSettings"_s, u"Settings"_s, u"reinstallQuestion"_s}},
+        {u"remove"_s, {u"showSettings"_s, u"Settings"_s, u"removeQuestion"_s}},
+        {u"quit"_s, {{}, {}, u"quitGuard"_s}}};
+    if (windows.contains(parts.first()))
+        parts.prepend(parts.first() == u"quit"_s ? u"playing"_s : u"ready"_s);
     const QString state = parts.takeFirst();
-    const bool dark = parts.removeAll(u"dark"_s) > 0;
-    const QString sheet = parts.value(0);
+    if (parts.size() > 1 || (!parts.isEmpty() && !windows.contains(parts.first())))
+        return fail(u"unknown window \u201c"_s + parts.join(u'+') + u"\u201d"_s);
+    const Window shown = windows.value(parts.value(0));
     if (!putInState(model, state))
         return fail(u"unknown state \u201c"_s + state + u"\u201d"_s);
-    const QHash<QString, QString> sheets{
-        {u"settings"_s, u"Settings"_s}, {u"about"_s, u"About"_s}, {u"log"_s, u"Log"_s}};
-    if (!sheet.isEmpty() && !sheets.contains(sheet))
-        return fail(u"unknown window \u201c"_s + sheet + u"\u201d"_s);
     model.log()->append(
         u"Downloading https://github.com/orrik/Zorbit/archive/refs/heads/master.zip"_s);
     model.log()->append(u"Game unpacked."_s);
@@ -147,23 +138,26 @@ int main(int argc, char *argv[])
                        : qobject_cast<QQuickWindow *>(engine.rootObjects().first());
     if (!window)
         return fail(u"the main window did not load"_s);
-
-    if (!sheet.isEmpty()) {
-        window->findChild<QObject *>(u"content"_s)
-            ->setProperty((u"show"_s + sheets.value(sheet)).toLatin1().constData(), true);
-    }
     if (dark)
-        makeDark(window);
+        applyDarkPalette(window);
+    if (!shown.flag.isEmpty())
+        window->findChild<QObject *>(u"content"_s)->setProperty(shown.flag.toLatin1(), true);
+
     int result = 1;
-    // Two frames in, so the banner's canvas and the symbols have been painted.
-    QTimer::singleShot(300, &app, [&] {
-        QQuickWindow *shown = window;
+    QQuickWindow *target = window;
+    // A few frames in, so that the banner's canvas, the symbols and any question
+    // have been painted.
+    QTimer::singleShot(100, &app, [&] {
         for (QWindow *w : QGuiApplication::topLevelWindows())
-            if (!sheet.isEmpty() && w->title() == sheets.value(sheet))
-                shown = qobject_cast<QQuickWindow *>(w);
-        if (dark && shown != window)
-            makeDark(shown);
-        const QImage image = shown->grabWindow();
+            if (!shown.title.isEmpty() && w->title() == shown.title)
+                target = qobject_cast<QQuickWindow *>(w);
+        if (dark && target != window)
+            applyDarkPalette(target);
+        if (!shown.question.isEmpty())
+            QMetaObject::invokeMethod(target->findChild<QObject *>(shown.question), "open");
+    });
+    QTimer::singleShot(500, &app, [&] {
+        const QImage image = target->grabWindow();
         result = image.save(args.at(2)) ? 0 : fail(u"cannot write "_s + args.at(2));
         QCoreApplication::exit(result);
     });
