@@ -49,14 +49,10 @@ AppModel::~AppModel()
 
 AppModel *AppModel::shared()
 {
-    // Parented to the application, so it goes away with it at exit.
-    static AppModel *instance = [] {
-        auto *model = new AppModel(Config{}, QCoreApplication::instance());
-        // Only the application's own model asks the servers; models that tests
-        // build stay off the network unless a test asks.
-        model->loadSizeEstimate();
-        return model;
-    }();
+    // Parented to the application, so it goes away with it at exit. The program starts
+    // its size estimate once the window shows; models that tests build stay off the
+    // network unless a test asks.
+    static AppModel *instance = new AppModel(Config{}, QCoreApplication::instance());
     return instance;
 }
 

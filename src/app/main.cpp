@@ -1,3 +1,4 @@
+#include "acquisition/network.h"
 #include "app/appmodel.h"
 #include "app/launcherentry.h"
 #include "app/singleinstance.h"
@@ -31,8 +32,9 @@ int main(int argc, char *argv[])
     QGuiApplication::setOrganizationName(u"Vantro"_s);
     QGuiApplication::setApplicationName(u"Vantro 3D"_s);
     QGuiApplication::setDesktopFileName(u"org.vantro.Vantro3D"_s);
-    QGuiApplication::setWindowIcon(
-        QIcon::fromTheme(u"org.vantro.Vantro3D"_s, QIcon(u":/icons/org.vantro.Vantro3D.png"_s)));
+    // From the program itself: a theme lookup loads every image plugin before the
+    // first frame, and desktops take the icon from the desktop file anyway.
+    QGuiApplication::setWindowIcon(QIcon(u":/icons/org.vantro.Vantro3D.png"_s));
 
     // Two launchers on one data folder would run two pipelines over the same files.
     SingleInstance instance;
@@ -55,6 +57,16 @@ int main(int argc, char *argv[])
         [] { QCoreApplication::exit(1); }, Qt::QueuedConnection);
     engine.load(QUrl(QString::fromLatin1(mainWindowUrl)));
 
+    // The size estimate asks the servers once the window shows: nothing of the network
+    // stands between the player and the first frame.
+    if (auto *window = engine.rootObjects().isEmpty()
+                           ? nullptr
+                           : qobject_cast<QQuickWindow *>(engine.rootObjects().first())) {
+        QObject::connect(
+            window, &QQuickWindow::frameSwapped, model, [model] { model->loadSizeEstimate(); },
+            Qt::SingleShotConnection);
+    }
+
     QObject::connect(&instance, &SingleInstance::activationRequested, &engine, [&engine] {
         const auto roots = engine.rootObjects();
         if (auto *window =
@@ -64,7 +76,9 @@ int main(int argc, char *argv[])
             window->requestActivate();
         }
     });
-    // Whatever ends the program, nothing of the pipeline outlives it half-done.
+    // Whatever ends the program, nothing of the pipeline outlives it half-done, and the
+    // network's thread ends while the application still exists.
     QObject::connect(&app, &QCoreApplication::aboutToQuit, model, &AppModel::shutDown);
+    QObject::connect(&app, &QCoreApplication::aboutToQuit, [] { delete sharedNetwork(); });
     return QGuiApplication::exec();
 }

@@ -96,26 +96,33 @@ ScrollView {
                 width: parent.width
                 spacing: 6
                 visible: ViewRules.progressStyle !== ""
-                BusyIndicator {
-                    objectName: "spinner"
+                // Made only while shown: the window's first frame needs neither.
+                Loader {
                     anchors.horizontalCenter: parent.horizontalCenter
-                    implicitWidth: 44
-                    implicitHeight: 44
-                    visible: ViewRules.progressStyle === "spinner"
-                    running: visible
-                    readonly property color shade: ViewRules.legible(view.palette.highlight,
-                                                                     view.palette.window, 3)
-                    palette.text: shade
-                    Accessible.name: AppModel.progressText !== "" ? AppModel.progressText
-                                                                  : AppModel.stateTitle
+                    active: ViewRules.progressStyle === "spinner"
+                    visible: active
+                    sourceComponent: BusyIndicator {
+                        objectName: "spinner"
+                        implicitWidth: 44
+                        implicitHeight: 44
+                        running: true
+                        readonly property color shade: ViewRules.legible(view.palette.highlight,
+                                                                         view.palette.window, 3)
+                        palette.text: shade
+                        Accessible.name: AppModel.progressText !== "" ? AppModel.progressText
+                                                                      : AppModel.stateTitle
+                    }
                 }
-                ProgressBar {
-                    objectName: "progressBar"
+                Loader {
                     anchors.horizontalCenter: parent.horizontalCenter
-                    width: 300
-                    visible: ViewRules.progressStyle === "bar"
-                    value: visible ? AppModel.progress : 0
-                    Accessible.name: AppModel.stateTitle
+                    active: ViewRules.progressStyle === "bar"
+                    visible: active
+                    sourceComponent: ProgressBar {
+                        objectName: "progressBar"
+                        width: 300
+                        value: AppModel.progress !== undefined ? AppModel.progress : 0
+                        Accessible.name: AppModel.stateTitle
+                    }
                 }
                 Secondary {
                     objectName: "progressText"
@@ -186,11 +193,14 @@ ScrollView {
             }
         }
 
-        FailureBox {
-            objectName: "failureBox"
+        Loader {
             width: parent.width
-            visible: AppModel.failureReport !== undefined
-            report: visible ? AppModel.failureReport : ""
+            active: AppModel.failureReport !== undefined
+            visible: active
+            sourceComponent: FailureBox {
+                objectName: "failureBox"
+                report: AppModel.failureReport !== undefined ? AppModel.failureReport : ""
+            }
         }
 
         Rectangle {

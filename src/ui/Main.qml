@@ -18,7 +18,8 @@ ApplicationWindow {
     onClosing: close => {
         if (AppModel.isGameRunning && !window.quitAnswered) {
             close.accepted = false;
-            quitGuard.open();
+            quitGuard.active = true;
+            quitGuard.item.open();
         } else {
             Qt.quit();
         }
@@ -29,17 +30,22 @@ ApplicationWindow {
         anchors.fill: parent
     }
 
-    Confirmation {
+    // Made when first asked: most windows close without it.
+    Loader {
         id: quitGuard
-        objectName: "quitGuard"
-        title: "The game is still running"
-        message: "Quitting will close the game too."
-        confirmText: "Quit and close the game"
-        cancelText: "Keep playing"
-        onConfirmed: {
-            AppModel.stopGame();
-            window.quitAnswered = true;
-            window.close();
+        active: false
+        anchors.fill: parent
+        sourceComponent: Confirmation {
+            objectName: "quitGuard"
+            title: "The game is still running"
+            message: "Quitting will close the game too."
+            confirmText: "Quit and close the game"
+            cancelText: "Keep playing"
+            onConfirmed: {
+                AppModel.stopGame();
+                window.quitAnswered = true;
+                window.close();
+            }
         }
     }
 }

@@ -63,7 +63,12 @@ struct Fixture
         return nullptr;
     }
     QString text(const QString &name) const { return item(name)->property("text").toString(); }
-    bool shows(const QString &name) const { return item(name)->isVisible(); }
+    // Items made only while shown count as hidden when they are not there.
+    bool shows(const QString &name) const
+    {
+        const QQuickItem *found = item(name);
+        return found && found->isVisible();
+    }
     static QQuickItem *find(QQuickWindow *window, const QString &name)
     {
         return window->findChild<QQuickItem *>(name);
@@ -262,7 +267,7 @@ void TestWindows::mainWindow()
         order << u"Failure report"_s << u"Copy"_s;
     QCOMPARE(tabOrder(f.window.get()), order << u"Settings"_s << u"Show log"_s << u"About"_s);
     QCOMPARE(f.shows(u"failureBox"_s), needs);
-    QVERIFY(f.item(u"failureBox"_s)->height() < 300);
+    QVERIFY(!needs || f.item(u"failureBox"_s)->height() < 300);
     QQuickItem *last = f.item(u"aboutButton"_s);
     last->forceActiveFocus(Qt::TabFocusReason);
     QVERIFY(last->mapRectToScene(last->boundingRect()).bottom() <= f.window->height());
@@ -293,6 +298,8 @@ void TestWindows::mainWindow()
               {u"settingsButton"_s, "borderColor", window, 3.0},
               {u"settingsButton"_s, "ringColor", window, 3.0},
               {u"spinner"_s, "shade", window, 3.0}}) {
+            if (!f.item(item))
+                continue;
             const double ratio = ViewRules::contrast(color(item, drawn), under);
             QVERIFY2(ratio >= minimum, qPrintable(item + u" %1:1"_s.arg(ratio, 0, 'f', 2)));
         }
