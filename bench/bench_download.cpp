@@ -2,6 +2,7 @@
 // same run, with curl: the launcher's rate against curl's, and how much the
 // launcher's memory grows while the body streams to disk.
 #include "acquisition/filedownloader.h"
+#include "acquisition/followinghash.h"
 #include "coro.h"
 #include "rssgrowth.h"
 #include "testhttpserver.h"
@@ -72,6 +73,8 @@ struct Run
 Run launcherDownload(const QUrl &url, const QString &folder)
 {
     FileDownloader downloader(folder, u"zorbit.bin"_s);
+    // As the engine's download does: hashed while it arrives, done once the digest is.
+    downloader.setHashing(true);
     qint64 reported = 0;
     auto progress = [&reported](qint64 written, qint64) { reported = written; };
 
@@ -86,6 +89,8 @@ Run launcherDownload(const QUrl &url, const QString &folder)
         try {
             auto download = downloader.download(url, progress);
             outcome.value = co_await download;
+            auto hashing = resultOf(TaskScope(), downloader.hash()->digest());
+            co_await hashing;
         } catch (...) {
             outcome.error = std::current_exception();
         }
