@@ -405,10 +405,10 @@ void TestPipeline::failuresEndInNeeds_data()
 
     QTest::newRow(".NET project")
         << QByteArray("config_version=5\nconfig/features=PackedStringArray(\"4.3\", \"C#\")\n")
-        << u"godot4-import.sh"_s
+        << u"godot.sh"_s
         << u"This game needs the C# (.NET) Godot build, which this app does not set up."_s;
     QTest::newRow("game that cannot be started")
-        << PlayWorld().project << u"godot4-import.sh"_s
+        << PlayWorld().project << u"godot.sh"_s
         << u"The game could not be started: Permission denied."_s;
     QTest::newRow("engine that cannot start the game")
         << PlayWorld().project << u"crash.sh"_s

@@ -48,21 +48,9 @@ template <typename T> Outcome<T> runTask(QCoro::Task<T> task, int timeoutMs = 60
     return outcome;
 }
 
+QCoro::Task<Unit> asUnit(QCoro::Task<void> task);
+
 inline Outcome<Unit> runVoidTask(QCoro::Task<void> task, int timeoutMs = 60000)
 {
-    Outcome<Unit> outcome;
-    bool done = false;
-    auto wrapper = [&]() -> QCoro::Task<void> {
-        try {
-            co_await std::move(task);
-            outcome.value = Unit{};
-        } catch (...) {
-            outcome.error = std::current_exception();
-        }
-        done = true;
-    };
-    auto running = wrapper();
-    if (!QTest::qWaitFor([&] { return done; }, timeoutMs))
-        qFatal("a task did not finish within %d ms", timeoutMs);
-    return outcome;
+    return runTask(asUnit(std::move(task)), timeoutMs);
 }

@@ -33,7 +33,6 @@ AppModel::Config PlayWorld::serve(TestHttpServer &server, const QString &workDir
     const QString build = workDir + u"/engine-src"_s;
     const QString program = build + u"/Godot_v4.3-stable_linux.x86_64"_s;
     TestEnv::writeFile(program, TestEnv::readFile(fakeEngine(engine)), true);
-    TestEnv::writeFile(build + u"/common.sh"_s, TestEnv::readFile(fakeEngine(u"common.sh"_s)));
     if (enginePadding > 0)
         TestEnv::writeFile(build + u"/data.pck"_s, noise(enginePadding));
     const QString zip = workDir + u"/Godot_v4.3-stable_linux.x86_64.zip"_s;

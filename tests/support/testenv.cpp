@@ -8,6 +8,7 @@
 #include <QTest>
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 using namespace Qt::StringLiterals;
@@ -36,9 +37,9 @@ TestEnv::~TestEnv()
     qputenv("TMPDIR", m_oldTmp);
 }
 
-QStringList TestEnv::tmpEntries() const
+QStringList TestEnv::entries(const QString &folder)
 {
-    return QDir(tmp()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden);
+    return QDir(folder).entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden);
 }
 
 void TestEnv::writeFile(const QString &path, const QByteArray &content, bool executable)
@@ -51,6 +52,29 @@ void TestEnv::writeFile(const QString &path, const QByteArray &content, bool exe
     if (executable)
         file.setPermissions(file.permissions() | QFileDevice::ExeOwner | QFileDevice::ExeGroup |
                             QFileDevice::ExeOther);
+}
+
+void TestEnv::build(const QString &base, const QStringList &entries)
+{
+    for (const QString &entry : entries) {
+        qsizetype arrow = entry.indexOf(u"->"_s);
+        const qsizetype equals = entry.indexOf(u'=');
+        if (equals > 0 && arrow > equals)
+            arrow = -1; // part of the text
+        const bool executable = equals < 0 && arrow < 0 && entry.endsWith(u'*');
+        const qsizetype end = arrow > 0 ? arrow : equals > 0 ? equals : entry.size() - executable;
+        const QString path = base + u'/' + entry.first(end);
+        const QString text = equals > 0 ? entry.sliced(equals + 1) : QString();
+        QDir().mkpath(entry.endsWith(u'/') ? path : QFileInfo(path).path());
+        if (arrow > 0)
+            QFile::link(entry.sliced(arrow + 2), path);
+        else if (text == u"<fifo>"_s)
+            ::mkfifo(QFile::encodeName(path).constData(), 0600);
+        else if (!entry.endsWith(u'/'))
+            writeFile(path, text == u"<not UTF-8>"_s ? "\xff\xfe" : text.toUtf8(), executable);
+        if (text == u"<huge>"_s)
+            QFile(path).resize(5 * 1024 * 1024);
+    }
 }
 
 void TestEnv::touchRaw(const QByteArray &path)

@@ -1,35 +1,24 @@
 #pragma once
 
-#include <QByteArray>
 #include <QProcess>
 #include <QStandardPaths>
-#include <QString>
 
-/**
- * @brief A private X server for a test that starts a real engine window. DISPLAY
- * points at it while it lives.
- */
+// A private X server for a test that opens a real engine window; DISPLAY points at it
+// while it lives.
 class Xvfb
 {
 public:
-    Xvfb()
+    Xvfb() : m_old(qgetenv("DISPLAY"))
     {
-        const QString program = QStandardPaths::findExecutable(QStringLiteral("Xvfb"));
-        if (program.isEmpty())
-            return;
-        m_old = qgetenv("DISPLAY");
-        m_server.start(program, {QStringLiteral("-displayfd"), QStringLiteral("1"),
-                                 QStringLiteral("-screen"), QStringLiteral("0"),
-                                 QStringLiteral("1024x768x24"), QStringLiteral("-nolisten"),
-                                 QStringLiteral("tcp")});
-        if (!m_server.waitForStarted(10000))
-            return;
-        while (!m_server.canReadLine() && m_server.waitForReadyRead(15000)) {
+        using namespace Qt::StringLiterals;
+        m_server.start(QStandardPaths::findExecutable(u"Xvfb"_s),
+                       {u"-displayfd"_s, u"1"_s, u"-screen"_s, u"0"_s, u"1024x768x24"_s,
+                        u"-nolisten"_s, u"tcp"_s});
+        while (m_server.waitForStarted(10000) && !m_server.canReadLine() &&
+               m_server.waitForReadyRead(15000)) {
         }
-        if (!m_server.canReadLine())
-            return;
-        m_display = ":" + m_server.readLine().trimmed();
-        qputenv("DISPLAY", m_display);
+        if (m_server.canReadLine())
+            qputenv("DISPLAY", m_display = ':' + m_server.readLine().trimmed());
     }
     ~Xvfb()
     {
@@ -41,5 +30,5 @@ public:
 
 private:
     QProcess m_server;
-    QByteArray m_display, m_old;
+    QByteArray m_old, m_display;
 };

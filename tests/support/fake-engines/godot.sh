@@ -1,0 +1,98 @@
+#!/bin/sh
+# Stands in for a Godot build in tests; the arguments say which part it plays.
+#   --import --path P  Godot 4's import: a ".import" sidecar beside every importable
+#       asset of P, then exit FAKE_EXIT.
+#   --editor --path P  Godot 3's editor: a sidecar every FAKE_STEP_SECONDS, then open
+#       until terminated; FAKE_NEVER_SETTLES=1 writes them at once and goes on adding
+#       entries to P/.import/, so that the import never looks settled.
+#   --path P  the game: runs FAKE_RUN_SECONDS, exits FAKE_GAME_EXIT; FAKE_HELPERS=FILE
+#       first starts two helpers that ignore SIGTERM (one in a session of its own)
+#       and appends their pids to FILE.
+# FAKE_SKIP=NAME leaves out that asset's sidecar; FAKE_UNRUNNABLE=1 drops its own
+# execute permission after an import. Like the real engine it fails without
+# P/project.godot, and SIGTERM ends it by the signal.
+
+project= mode=game arguments="$*" sleeper=
+while [ $# -gt 0 ]; do
+    case $1 in
+    --path) project=$2 && shift ;;
+    --import) mode=import ;;
+    --editor) mode=editor ;;
+    esac
+    shift
+done
+# A sleep in the background and `wait` let the TERM trap run at once.
+pause() {
+    sleep "$1" &
+    sleeper=$!
+    wait $sleeper
+    sleeper=
+}
+die_by_term() {
+    [ -n "$sleeper" ] && kill $sleeper 2>/dev/null
+    [ -n "$1" ] && echo "$1"
+    trap - TERM
+    kill -TERM $$
+}
+
+echo "Godot Engine v4.3.stable.fake - https://godotengine.org"
+if [ ! -f "$project/project.godot" ]; then
+    echo "ERROR: Couldn't load project data at path \"$project\"." >&2
+    exit 1
+fi
+if [ $mode = game ]; then
+    echo "Running project: $arguments"
+    trap 'die_by_term ""' TERM
+    if [ -n "${FAKE_HELPERS:-}" ]; then
+        stubborn='trap "" TERM; echo $$ >> "$FAKE_HELPERS"; while :; do sleep 0.05; done'
+        sh -c "$stubborn" &
+        setsid sh -c "$stubborn" &
+    fi
+    [ "${FAKE_RUN_SECONDS:-0}" != 0 ] && pause "$FAKE_RUN_SECONDS"
+    exit "${FAKE_GAME_EXIT:-0}"
+fi
+
+cache=$project/.godot/imported
+if [ $mode = editor ]; then
+    cache=$project/.import
+    trap 'die_by_term "Editor closed."' TERM
+fi
+mkdir -p "$cache" || exit 1
+# Hidden folders are skipped, extensions count in any case.
+assets=$(find "$project" -mindepth 1 -name '.*' -prune -o -type f \( \
+    -iname '*.png' -o -iname '*.jpg' -o -iname '*.jpeg' -o -iname '*.svg' -o \
+    -iname '*.webp' -o -iname '*.tga' -o -iname '*.bmp' -o -iname '*.hdr' -o \
+    -iname '*.exr' -o -iname '*.mp3' -o -iname '*.ogg' -o -iname '*.wav' -o \
+    -iname '*.obj' -o -iname '*.glb' -o -iname '*.gltf' -o -iname '*.dae' -o \
+    -iname '*.fbx' -o -iname '*.ttf' -o -iname '*.otf' \) -print | LC_ALL=C sort)
+n=0
+# A loop fed by a here-document runs in this shell, so the trap still reaches it.
+while IFS= read -r file; do
+    [ -n "$file" ] || continue
+    n=$((n + 1))
+    [ $mode = editor ] && [ -z "${FAKE_NEVER_SETTLES:-}" ] && pause "${FAKE_STEP_SECONDS:-1}"
+    name=${file##*/}
+    inside=${file#"$project"/}
+    : >"$cache/$name-$n"
+    if [ "${FAKE_SKIP:-}" = "$name" ] || [ "${FAKE_SKIP:-}" = "$inside" ]; then
+        echo "ERROR: Error importing 'res://$inside'." >&2
+        continue
+    fi
+    printf '[remap]\n\npath="res://%s-%d"\n' "$name" "$n" >"$file.import"
+    echo "[ $n ] import: res://$inside"
+done <<ASSETS
+$assets
+ASSETS
+if [ $mode = import ]; then
+    echo "Import done."
+    [ -n "${FAKE_UNRUNNABLE:-}" ] && chmod a-x "$0"
+    exit "${FAKE_EXIT:-0}"
+fi
+echo "Import finished; the editor stays open."
+while :; do
+    if [ -n "${FAKE_NEVER_SETTLES:-}" ]; then
+        n=$((n + 1))
+        : >"$cache/entry-$n"
+    fi
+    pause "${FAKE_STEP_SECONDS:-1}"
+done
