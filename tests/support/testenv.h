@@ -52,5 +52,11 @@ struct ScopedEnv
     ~ScopedEnv() { qunsetenv(name.constData()); }
 };
 
+// "a | b | c" as a list, for dense tables.
+inline QStringList items(const QString &text)
+{
+    return text.isEmpty() ? QStringList() : text.split(QStringLiteral(" | "));
+}
+
 // The fake engine (tests/support/fake-engines) of that name.
 QString fakeEngine(const QString &name);
