@@ -173,46 +173,45 @@ private Q_SLOTS:
     void importsWithTheEngine_data()
     {
         QTest::addColumn<int>("major");
-        QTest::addColumn<QString>("engine");           // a fake engine, "stubborn" or "missing"
-        QTest::addColumn<QList<QByteArray>>("fakery"); // its environment, NAME=value each
-        QTest::addColumn<int>("cancelAfterMs");        // 0: none; -1: before the step starts
-        QTest::addColumn<QString>("message");          // empty: success
+        QTest::addColumn<QString>("engine");    // a fake engine, "stubborn" or "missing"
+        QTest::addColumn<QString>("fakery");    // its settings
+        QTest::addColumn<int>("cancelAfterMs"); // 0: none; -1: before the step starts
+        QTest::addColumn<QString>("message");   // empty: success
         QTest::addColumn<bool>("closedWhenSettled");
 
-        using Env = QList<QByteArray>;
         const QString godot = u"godot.sh"_s, cancelled = u"Setup was cancelled."_s;
         const QString unfinished = u"Godot did not finish preparing the game's files (exit code "
                                    u"%1). Open \"Show log\" for details."_s;
-        QTest::newRow("Godot 4") << 4 << godot << Env{} << 0 << QString() << false;
+        QTest::newRow("Godot 4") << 4 << godot << QString() << 0 << QString() << false;
         // The files decide, not the exit status.
         QTest::newRow("Godot 4, complete although the engine failed")
-            << 4 << godot << Env{"FAKE_EXIT=1"} << 0 << QString() << false;
+            << 4 << godot << u"FAKE_EXIT=1"_s << 0 << QString() << false;
         QTest::newRow("Godot 4, a sidecar missing")
-            << 4 << godot << Env{"FAKE_SKIP=Track.PNG"} << 0 << unfinished.arg(0) << false;
+            << 4 << godot << u"FAKE_SKIP=Track.PNG"_s << 0 << unfinished.arg(0) << false;
         QTest::newRow("Godot 3, the editor closed once settled")
-            << 3 << godot << Env{"FAKE_STEP_SECONDS=0.2"} << 0 << QString() << true;
+            << 3 << godot << u"FAKE_STEP_SECONDS=0.2"_s << 0 << QString() << true;
         QTest::newRow("Godot 3, an editor that never settles closed at the deadline")
-            << 3 << godot << Env{"FAKE_NEVER_SETTLES=1", "FAKE_STEP_SECONDS=0.03"} << 0 << QString()
+            << 3 << godot << u"FAKE_NEVER_SETTLES=1 | FAKE_STEP_SECONDS=0.03"_s << 0 << QString()
             << false;
         QTest::newRow("Godot 3, a sidecar missing: closed at the deadline")
-            << 3 << godot << Env{"FAKE_SKIP=engine.wav", "FAKE_STEP_SECONDS=0.03"} << 0
+            << 3 << godot << u"FAKE_SKIP=engine.wav | FAKE_STEP_SECONDS=0.03"_s << 0
             << unfinished.arg(15) << false;
         QTest::newRow("cancel while the editor works")
-            << 3 << godot << Env{"FAKE_NEVER_SETTLES=1", "FAKE_STEP_SECONDS=0.03"} << 700
-            << cancelled << false;
+            << 3 << godot << u"FAKE_NEVER_SETTLES=1 | FAKE_STEP_SECONDS=0.03"_s << 700 << cancelled
+            << false;
         QTest::newRow("cancel before the engine starts")
-            << 3 << godot << Env{} << -1 << cancelled << false;
+            << 3 << godot << QString() << -1 << cancelled << false;
         QTest::newRow("cancel an editor that ignores the terminate request")
-            << 3 << u"stubborn"_s << Env{} << 700 << cancelled << false;
+            << 3 << u"stubborn"_s << QString() << 700 << cancelled << false;
         QTest::newRow("an engine that cannot start")
-            << 4 << u"missing"_s << Env{} << 0
+            << 4 << u"missing"_s << QString() << 0
             << u"The Godot editor could not be started: No such file or directory."_s << false;
     }
     void importsWithTheEngine()
     {
         QFETCH(int, major);
         QFETCH(QString, engine);
-        QFETCH(QList<QByteArray>, fakery);
+        QFETCH(QString, fakery);
         QFETCH(int, cancelAfterMs);
         QFETCH(QString, message);
         QFETCH(bool, closedWhenSettled);
@@ -221,10 +220,7 @@ private Q_SLOTS:
         const QString root = env.base() + u"/Game/Zorbit-master"_s;
         TestEnv::build(root, {u"project.godot=config_version=4"_s, u"Main.tscn"_s, u"icon.png"_s,
                               u"Track.PNG"_s, u"sounds/engine.wav"_s});
-        std::vector<std::unique_ptr<ScopedEnv>> scoped;
-        for (const QByteArray &setting : fakery)
-            scoped.push_back(std::make_unique<ScopedEnv>(setting.split('=').value(0).constData(),
-                                                         setting.split('=').value(1)));
+        ScopedEnv fake(fakery);
         QString exe = fakeEngine(engine);
         if (engine == u"stubborn"_s)
             TestEnv::writeFile(exe = env.root() + u"/stubborn.sh"_s,

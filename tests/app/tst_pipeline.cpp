@@ -163,35 +163,60 @@ private Q_SLOTS:
         QCOMPARE(f.env.tmpEntries(), QStringList{});
     }
 
-    void gameEndings_data()
+    void playsToAnEnd_data()
     {
-        QTest::addColumn<QByteArray>("runSeconds");
-        QTest::addColumn<QByteArray>("exitCode");
+        QTest::addColumn<QString>("world");  // "dotnet": a .NET game; "crash": an engine that dies
+        QTest::addColumn<QString>("fakery"); // the fake engine's settings
+        QTest::addColumn<AppState>("end");
         QTest::addColumn<QString>("report"); // its first line; empty: none
 
+        const AppState closed = AppState::needs(u"the game closed unexpectedly"_s);
         // The threshold is the shortened promotion delay, 0.4 s.
-        QTest::newRow("normal end") << QByteArray("0.8") << QByteArray("0") << QString();
+        QTest::newRow("normal end")
+            << QString() << u"FAKE_RUN_SECONDS=0.8"_s << AppState::ready() << QString();
         QTest::newRow("dies early")
-            << QByteArray("0") << QByteArray("1")
+            << QString() << u"FAKE_GAME_EXIT=1"_s << closed
             << u"The game closed after 0 seconds (exit code 1). Last lines of the log:"_s;
+        QTest::newRow("game that cannot be started")
+            << QString() << u"FAKE_UNRUNNABLE=1"_s
+            << AppState::needs(u"The game could not be started: Permission denied."_s) << QString();
+        QTest::newRow(".NET project")
+            << u"dotnet"_s << QString()
+            << AppState::needs(u"This game needs the C# (.NET) Godot build, which this app does "
+                               u"not set up."_s)
+            << QString();
+        QTest::newRow("engine that cannot import the game")
+            << u"crash"_s << QString()
+            << AppState::needs(u"Godot did not finish preparing the game's files (exit code 11). "
+                               u"Open \"Show log\" for details."_s)
+            << QString();
     }
-    void gameEndings()
+    void playsToAnEnd()
     {
-        QFETCH(QByteArray, runSeconds);
-        QFETCH(QByteArray, exitCode);
+        QFETCH(QString, world);
+        QFETCH(QString, fakery);
+        QFETCH(AppState, end);
         QFETCH(QString, report);
 
-        Fixture f;
-        ScopedEnv run("FAKE_RUN_SECONDS", runSeconds), code("FAKE_GAME_EXIT", exitCode);
-        const AppState end = report.isEmpty() ? AppState::ready()
-                                              : AppState::needs(u"the game closed unexpectedly"_s);
+        PlayWorld play;
+        if (world == u"dotnet")
+            play.project = "config_version=5\nconfig/features=PackedStringArray(\"4.3\", \"C#\")\n";
+        if (world == u"crash")
+            play.engine = u"crash.sh"_s;
+        Fixture f(play);
+        ScopedEnv env(fakery);
         f.playToTheEnd();
         QCOMPARE(f.model->state(), end);
         QCOMPARE(f.model->failureReport().value_or(QString()).section(u'\n', 0, 0), report);
         if (!report.isEmpty())
             QVERIFY(f.model->failureReport()->endsWith(f.log().last()));
-
-        // A second Play fetches nothing and goes straight to the game.
+        // A step's failure is logged; the launch's own and the game's end are no step's.
+        if (!world.isEmpty())
+            QTRY_COMPARE(f.log().last(), u"Problem: "_s + end.text());
+        QCOMPARE(f.env.tmpEntries(), QStringList{});
+        if (end.kind() == AppState::Needs && report.isEmpty())
+            return;
+        // After a game ended, a second Play fetches nothing and goes straight to the game.
         const int fetched = f.requests();
         f.states.clear();
         f.playToTheEnd();
@@ -345,45 +370,6 @@ private Q_SLOTS:
         for (const QByteArray &pid : pids)
             QTRY_VERIFY_WITH_TIMEOUT(!alive(pid.toInt()), 5000);
         QVERIFY(clock.elapsed() < f.config.stopGrace.count() + 1000);
-    }
-
-    void failuresEndInNeeds_data()
-    {
-        QTest::addColumn<QByteArray>("project");
-        QTest::addColumn<QString>("engine");
-        QTest::addColumn<QString>("message");
-
-        QTest::newRow(".NET project")
-            << QByteArray("config_version=5\nconfig/features=PackedStringArray(\"4.3\", \"C#\")\n")
-            << u"godot.sh"_s
-            << u"This game needs the C# (.NET) Godot build, which this app does not set up."_s;
-        QTest::newRow("game that cannot be started")
-            << PlayWorld().project << u"godot.sh"_s
-            << u"The game could not be started: Permission denied."_s;
-        QTest::newRow("engine that cannot start the game")
-            << PlayWorld().project << u"crash.sh"_s
-            << u"Godot did not finish preparing the game's files (exit code 11). Open \"Show "
-               u"log\" for details."_s;
-    }
-    void failuresEndInNeeds()
-    {
-        QFETCH(QByteArray, project);
-        QFETCH(QString, engine);
-        QFETCH(QString, message);
-
-        PlayWorld world;
-        world.project = project;
-        world.engine = engine;
-        Fixture f(world);
-        const bool launch = message.startsWith(u"The game"_s);
-        ScopedEnv unrunnable("FAKE_UNRUNNABLE", launch ? "1" : "");
-        f.playToTheEnd();
-        QCOMPARE(f.model->state(), AppState::needs(message));
-        // The launch's own failure is no step's problem: no "Problem: " line for it.
-        if (!launch)
-            QTRY_COMPARE(f.log().last(), u"Problem: "_s + message);
-        QVERIFY(!f.model->failureReport());
-        QCOMPARE(f.env.tmpEntries(), QStringList{});
     }
 
     void keepsSavesAndWhatWasInstalled_data()

@@ -44,19 +44,31 @@ private:
     QByteArray m_oldData, m_oldConfig, m_oldTmp;
 };
 
-// Sets an environment variable (for a child such as a fake engine) for one scope.
-struct ScopedEnv
-{
-    QByteArray name;
-    ScopedEnv(const char *n, const QByteArray &value) : name(n) { qputenv(n, value); }
-    ~ScopedEnv() { qunsetenv(name.constData()); }
-};
-
 // "a | b | c" as a list, for dense tables.
 inline QStringList items(const QString &text)
 {
     return text.isEmpty() ? QStringList() : text.split(QStringLiteral(" | "));
 }
+
+// Sets environment variables (for a child such as a fake engine) for one scope: one,
+// or "NAME=value | NAME=value".
+struct ScopedEnv
+{
+    QList<QByteArray> names;
+    ScopedEnv(const char *name, const QByteArray &value) : names{name} { qputenv(name, value); }
+    explicit ScopedEnv(const QString &settings)
+    {
+        for (const QString &setting : items(settings)) {
+            names.append(setting.section(u'=', 0, 0).toUtf8());
+            qputenv(names.last().constData(), setting.section(u'=', 1).toUtf8());
+        }
+    }
+    ~ScopedEnv()
+    {
+        for (const QByteArray &name : names)
+            qunsetenv(name.constData());
+    }
+};
 
 // The fake engine (tests/support/fake-engines) of that name.
 QString fakeEngine(const QString &name);
