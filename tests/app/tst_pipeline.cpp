@@ -1,15 +1,17 @@
-// Play from the first click to the game's end, and the commands beside it, against
-// the loopback server, the real bsdtar and a fake engine.
+// Play from the first click to the game's end, the commands beside it and a launcher
+// killed half-way, against the loopback server, the real bsdtar and a fake engine.
 #include "app/appmodel.h"
 #include "app/modelpreview.h"
 #include "app/pipeline.h"
 #include "coro.h"
 #include "playworld.h"
+#include "project/projectinspector.h"
 #include "testenv.h"
 #include "testhttpserver.h"
 
 #include <QDir>
 #include <QElapsedTimer>
+#include <QProcess>
 #include <QTest>
 
 #include <csignal>
@@ -24,6 +26,28 @@ bool alive(pid_t pid)
 {
     const QByteArray stat = TestEnv::readFile(u"/proc/%1/stat"_s.arg(pid));
     return !stat.isEmpty() && stat.mid(stat.lastIndexOf(')') + 2, 1) != "Z";
+}
+
+// Runs the play host until `marker` starts a line of its output (empty: to its end),
+// and kills it `delayMs` later. The lines it printed.
+QStringList runHost(const AppModel::Config &config, const QString &marker, int delayMs)
+{
+    QProcess host;
+    host.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    host.start(QStringLiteral(VANTRO_PLAYHOST), {config.engineEndpoint, config.gameArchiveUrl});
+    QStringList lines;
+    while (host.waitForReadyRead(60000) || host.canReadLine()) {
+        while (host.canReadLine()) {
+            lines.append(QString::fromUtf8(host.readLine()).chopped(1));
+            if (!marker.isEmpty() && lines.last().startsWith(marker)) {
+                QTest::qSleep(delayMs);
+                host.kill();
+                host.waitForFinished(10000);
+                return lines;
+            }
+        }
+    }
+    return lines;
 }
 
 // A first Play's world on loopback, and a model that records its states.
@@ -165,53 +189,50 @@ private Q_SLOTS:
 
     void playsToAnEnd_data()
     {
-        QTest::addColumn<QString>("world");  // "dotnet": a .NET game; "crash": an engine that dies
+        QTest::addColumn<bool>("dotnet");    // the game needs Godot's .NET build
         QTest::addColumn<QString>("fakery"); // the fake engine's settings
         QTest::addColumn<AppState>("end");
         QTest::addColumn<QString>("report"); // its first line; empty: none
 
-        const AppState closed = AppState::needs(u"the game closed unexpectedly"_s);
         // The threshold is the shortened promotion delay, 0.4 s.
         QTest::newRow("normal end")
-            << QString() << u"FAKE_RUN_SECONDS=0.8"_s << AppState::ready() << QString();
+            << false << u"FAKE_RUN_SECONDS=0.8"_s << AppState::ready() << QString();
         QTest::newRow("dies early")
-            << QString() << u"FAKE_GAME_EXIT=1"_s << closed
+            << false << u"FAKE_GAME_EXIT=1"_s << AppState::needs(u"the game closed unexpectedly"_s)
             << u"The game closed after 0 seconds (exit code 1). Last lines of the log:"_s;
         QTest::newRow("game that cannot be started")
-            << QString() << u"FAKE_UNRUNNABLE=1"_s
+            << false << u"FAKE_UNRUNNABLE=1"_s
             << AppState::needs(u"The game could not be started: Permission denied."_s) << QString();
         QTest::newRow(".NET project")
-            << u"dotnet"_s << QString()
+            << true << QString()
             << AppState::needs(u"This game needs the C# (.NET) Godot build, which this app does "
                                u"not set up."_s)
             << QString();
         QTest::newRow("engine that cannot import the game")
-            << u"crash"_s << QString()
+            << false << u"FAKE_CRASH=1"_s
             << AppState::needs(u"Godot did not finish preparing the game's files (exit code 11). "
                                u"Open \"Show log\" for details."_s)
             << QString();
     }
     void playsToAnEnd()
     {
-        QFETCH(QString, world);
+        QFETCH(bool, dotnet);
         QFETCH(QString, fakery);
         QFETCH(AppState, end);
         QFETCH(QString, report);
 
-        PlayWorld play;
-        if (world == u"dotnet")
-            play.project = "config_version=5\nconfig/features=PackedStringArray(\"4.3\", \"C#\")\n";
-        if (world == u"crash")
-            play.engine = u"crash.sh"_s;
-        Fixture f(play);
-        ScopedEnv env(fakery);
+        PlayWorld world;
+        if (dotnet)
+            world.project = "config_version=5\nconfig/features=PackedStringArray(\"4.3\", \"C#\")";
+        Fixture f(world);
+        ScopedEnv fake(fakery);
         f.playToTheEnd();
         QCOMPARE(f.model->state(), end);
         QCOMPARE(f.model->failureReport().value_or(QString()).section(u'\n', 0, 0), report);
         if (!report.isEmpty())
             QVERIFY(f.model->failureReport()->endsWith(f.log().last()));
         // A step's failure is logged; the launch's own and the game's end are no step's.
-        if (!world.isEmpty())
+        if (dotnet || fakery.contains(u"CRASH"_s))
             QTRY_COMPARE(f.log().last(), u"Problem: "_s + end.text());
         QCOMPARE(f.env.tmpEntries(), QStringList{});
         if (end.kind() == AppState::Needs && report.isEmpty())
@@ -449,6 +470,74 @@ private Q_SLOTS:
         f.playToTheEnd();
         QCOMPARE(f.model->state(), AppState::ready());
         QCOMPARE(f.requests(), fetched);
+    }
+
+    // A launcher killed at any moment of a first Play leaves a disk from which the next
+    // start recovers by itself, and does not fetch again what was complete.
+    void recoversFromAKill_data()
+    {
+        QTest::addColumn<QString>("marker");
+        QTest::addColumn<int>("delayMs");
+
+        QTest::newRow("game download") << u"state: Downloading: the game"_s << 30;
+        QTest::newRow("game unpack") << u"state: Setting up: unpacking the game"_s << 8;
+        QTest::newRow("game in place") << u"log: Game unpacked."_s << 0;
+        QTest::newRow("engine download") << u"state: Downloading: Godot 4.3-stable"_s << 200;
+        QTest::newRow("checksum") << u"state: Setting up: checking the engine download"_s << 5;
+        QTest::newRow("engine unpack") << u"state: Setting up: unpacking the engine"_s << 60;
+        QTest::newRow("import") << u"state: Setting up: First-time setup"_s << 0;
+        QTest::newRow("import written") << u"log: Import done."_s << 0;
+        QTest::newRow("playing") << u"state: Playing"_s << 0;
+    }
+    void recoversFromAKill()
+    {
+        QFETCH(QString, marker);
+        QFETCH(int, delayMs);
+
+        TestEnv env;
+        TestHttpServer server;
+        PlayWorld world;
+        world.gamePadding = 3'000'000;
+        world.enginePadding = 30'000'000;
+        const AppModel::Config config = world.serve(server, env.root());
+        const QString gamePath = QString::fromLatin1(PlayWorld::gamePath),
+                      enginePath = QString::fromLatin1(PlayWorld::enginePath);
+        // Slow enough that a download is a moment worth interrupting.
+        for (const QString &zip : {u"game.zip"_s, u"Godot_v4.3-stable_linux.x86_64.zip"_s}) {
+            TestHttpServer::Route drip = TestHttpServer::file(env.root() + u'/' + zip);
+            drip.dripBytesPerChunk = 256 * 1024;
+            drip.dripDelayMs = 10;
+            server.setRoute(zip == u"game.zip"_s ? gamePath : enginePath, drip);
+        }
+        const ScopedEnv run("FAKE_RUN_SECONDS", "0.5");
+        const QStringList before = runHost(config, marker, delayMs);
+        QVERIFY2(before.last().startsWith(marker), qPrintable(before.join(u'\n')));
+
+        // What a killed run leaves: never a half-installed game or engine, never a
+        // marker for a game whose import it does not record.
+        const QString base = env.base(), game = base + u"/Game/Zorbit-master"_s;
+        const bool gameDone = TestEnv::readFile(game + u"/project.godot"_s) == world.project &&
+                              QFileInfo::exists(game + u"/README.md"_s) &&
+                              QFileInfo::exists(game + u"/icon.png"_s);
+        QCOMPARE(QFileInfo::exists(base + u"/Game"_s), gameDone);
+        const DataLayout layout = DataLayout::fromEnvironment();
+        const EngineSpec godot4{u"4.3-stable"_s, u"Godot_v4.3-stable_linux.x86_64.zip"_s, 4};
+        const bool engineDone = EngineManager::executable(layout, godot4).has_value();
+        QCOMPARE(QFileInfo::exists(layout.engine(godot4.version)), engineDone);
+        if (QFileInfo::exists(base + u"/imported.marker"_s))
+            QVERIFY(gameDone && EngineManager::importIsComplete(game));
+
+        const int gameFetches = server.hits(gamePath), engineFetches = server.hits(enginePath);
+        QCOMPARE(runHost(config, QString(), 0).last(), u"done: Ready"_s);
+        if (gameDone)
+            QCOMPARE(server.hits(gamePath), gameFetches);
+        if (engineDone)
+            QCOMPARE(server.hits(enginePath), engineFetches);
+        // Nothing of the dead run is left behind.
+        QCOMPARE(TestEnv::entries(base),
+                 (QStringList{u".lock"_s, u"Engine"_s, u"Game"_s, u"imported.marker"_s}));
+        QCOMPARE(TestEnv::entries(base + u"/Engine"_s), QStringList{u"4.3-stable"_s});
+        QCOMPARE(env.tmpEntries(), QStringList{});
     }
 };
 

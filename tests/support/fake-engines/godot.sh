@@ -1,7 +1,7 @@
 #!/bin/sh
 # Stands in for a Godot build in tests; the arguments say which part it plays.
 #   --import --path P  Godot 4's import: a ".import" sidecar beside every importable
-#       asset of P, then exit FAKE_EXIT.
+#       asset of P, then exit FAKE_EXIT; FAKE_CRASH=1 dies of SIGSEGV instead.
 #   --editor --path P  Godot 3's editor: a sidecar every FAKE_STEP_SECONDS, then open
 #       until terminated; FAKE_NEVER_SETTLES=1 writes them at once and goes on adding
 #       entries to P/.import/, so that the import never looks settled.
@@ -11,7 +11,6 @@
 # FAKE_SKIP=NAME leaves out that asset's sidecar; FAKE_UNRUNNABLE=1 drops its own
 # execute permission after an import. Like the real engine it fails without
 # P/project.godot, and SIGTERM ends it by the signal.
-
 project= mode=game arguments="$*" sleeper=
 while [ $# -gt 0 ]; do
     case $1 in
@@ -52,6 +51,11 @@ if [ $mode = game ]; then
     exit "${FAKE_GAME_EXIT:-0}"
 fi
 
+if [ -n "${FAKE_CRASH:-}" ]; then
+    ulimit -c 0 # no core file in the working folder
+    echo "ERROR: handle_crash: Program crashed with signal 11" >&2
+    kill -SEGV $$
+fi
 cache=$project/.godot/imported
 if [ $mode = editor ]; then
     cache=$project/.import
@@ -59,12 +63,8 @@ if [ $mode = editor ]; then
 fi
 mkdir -p "$cache" || exit 1
 # Hidden folders are skipped, extensions count in any case.
-assets=$(find "$project" -mindepth 1 -name '.*' -prune -o -type f \( \
-    -iname '*.png' -o -iname '*.jpg' -o -iname '*.jpeg' -o -iname '*.svg' -o \
-    -iname '*.webp' -o -iname '*.tga' -o -iname '*.bmp' -o -iname '*.hdr' -o \
-    -iname '*.exr' -o -iname '*.mp3' -o -iname '*.ogg' -o -iname '*.wav' -o \
-    -iname '*.obj' -o -iname '*.glb' -o -iname '*.gltf' -o -iname '*.dae' -o \
-    -iname '*.fbx' -o -iname '*.ttf' -o -iname '*.otf' \) -print | LC_ALL=C sort)
+assets=$(find "$project" -mindepth 1 -name '.*' -prune -o -type f -print | LC_ALL=C sort |
+    grep -iE '\.(png|jpe?g|svg|webp|tga|bmp|hdr|exr|mp3|ogg|wav|obj|glb|gltf|dae|fbx|ttf|otf)$')
 n=0
 # A loop fed by a here-document runs in this shell, so the trap still reaches it.
 while IFS= read -r file; do
