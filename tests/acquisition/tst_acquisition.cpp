@@ -128,9 +128,6 @@ private Q_SLOTS:
         TestEnv::writeFile(dir + u"/game.zip"_s, "an older file that must be replaced");
 
         AppModel model(AppModel::Config{});
-        QList<QVariant> fractions;
-        connect(&model, &AppModel::progressChanged, this,
-                [&] { fractions.append(model.property("progress")); });
         const QUrl url = server.url(u"/game.zip"_s);
         auto outcome =
             runTask(model.pipeline().download(u"game"_s, u"the game"_s, url, u"game.zip"_s, dir));
@@ -143,15 +140,13 @@ private Q_SLOTS:
                      qPrintable(model.progressText()));
         QTRY_COMPARE(model.progress(),
                      finalText.contains(u" of "_s) ? std::optional(1.0) : std::nullopt);
-        for (const QVariant &fraction : fractions)
-            QVERIFY(fraction.isNull() || (fraction.toDouble() >= 0 && fraction.toDouble() <= 1));
         QVERIFY(settled(model.log()).contains(u"Downloading "_s + url.toString()));
     }
 
     // Asked with HEAD only, engine first; a size that cannot be had counts nothing.
     void estimatesTheDownloadSize_data()
     {
-        QTest::addColumn<Route>("engine"); // status 0: nobody listening
+        QTest::addColumn<Route>("engine");
         QTest::addColumn<Route>("game");
         QTest::addColumn<QString>("text"); // empty: none
 
@@ -163,7 +158,6 @@ private Q_SLOTS:
             << u"about 2\u00a0MB"_s;
         QTest::newRow("zero length, 405")
             << body({}) << body(QByteArray(10, 'g'), 405) << QString();
-        QTest::newRow("nobody listening") << body({}, 0) << body({}, 405) << QString();
     }
     void estimatesTheDownloadSize()
     {
@@ -173,22 +167,17 @@ private Q_SLOTS:
 
         TestEnv env;
         TestHttpServer server;
-        QUrl nobody;
-        {
-            TestHttpServer gone;
-            nobody = gone.url(u"/releases/"_s);
-        }
         const QString engineZip = u"/releases/3.5.3-stable/Godot_v3.5.3-stable_x11.64.zip"_s;
         server.setRoute(engineZip, engine);
         server.setRoute(u"/master.zip"_s, game);
         AppModel::Config config;
-        config.engineEndpoint = (engine.status ? server.url(u"/releases/"_s) : nobody).toString();
+        config.engineEndpoint = server.url(u"/releases/"_s).toString();
         config.gameArchiveUrl = server.url(u"/master.zip"_s).toString();
         AppModel model(config);
         QVERIFY(runVoidTask(model.loadSizeEstimate()).ok());
         QCOMPARE(model.downloadSizeText().value_or(QString()), text);
         QCOMPARE(server.methods(u"/master.zip"_s), QList<QByteArray>{"HEAD"});
-        QCOMPARE(server.methods(engineZip).size(), engine.status ? 1 : 0);
+        QCOMPARE(server.methods(engineZip), QList<QByteArray>{"HEAD"});
     }
 
     void installsTheGame_data()

@@ -51,9 +51,6 @@ private Q_SLOTS:
                u"computer's processor (arm64), so this app cannot set it up."_s;
         QTest::newRow("Godot 4 on arm64")
             << QString() << qint64(5) << arm << u"4.3-stable Godot_v4.3-stable_linux.arm64.zip 4"_s;
-        QTest::newRow("Godot 3 on macOS")
-            << QString() << qint64(4) << Platform::MacOS
-            << u"3.5.3-stable Godot_v3.5.3-stable_osx.universal.zip 3"_s;
     }
     void choosesBuild()
     {

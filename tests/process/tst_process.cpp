@@ -209,20 +209,12 @@ private Q_SLOTS:
         QVERIFY(clock.elapsed() < 3000);
     }
 
-    void logTrimsLineEnds_data()
-    {
-        QTest::addColumn<QString>("line");
-        QTest::addColumn<QString>("stored");
-        QTest::newRow("line feeds trimmed, spaces kept") << u"\r\n  a\nb  \r\n"_s << u"  a\nb  "_s;
-        QTest::newRow("lone feed") << u"\n"_s << QString();
-        QTest::newRow("unicode separators, tabs kept")
-            << u"\u2028\u0085\x0b\x0c\ttab\t\u2029"_s << u"\ttab\t"_s;
-    }
+    // Line feeds and Unicode line ends go from both ends of a line; spaces and tabs stay.
     void logTrimsLineEnds()
     {
-        QFETCH(QString, line);
-        QFETCH(QString, stored);
-        QCOMPARE(LogStore::trimmedLine(line), stored);
+        QCOMPARE(LogStore::trimmedLine(u"\r\n  a\nb  \r\n"_s), u"  a\nb  "_s);
+        QCOMPARE(LogStore::trimmedLine(u"\n"_s), QString());
+        QCOMPARE(LogStore::trimmedLine(u"\u2028\u0085\x0b\x0c\ttab\t\u2029"_s), u"\ttab\t"_s);
     }
 
     void logKeepsTheNewest_data()

@@ -1,16 +1,15 @@
 #!/bin/sh
 # Stands in for a Godot build in tests; the arguments say which part it plays.
-#   --import --path P  Godot 4's import: a ".import" sidecar beside every importable
-#       asset of P, then exit FAKE_EXIT; FAKE_CRASH=1 dies of SIGSEGV instead.
-#   --editor --path P  Godot 3's editor: a sidecar every FAKE_STEP_SECONDS, then open
-#       until terminated; FAKE_NEVER_SETTLES=1 writes them at once and goes on adding
-#       entries to P/.import/, so that the import never looks settled.
-#   --path P  the game: runs FAKE_RUN_SECONDS, exits FAKE_GAME_EXIT; FAKE_HELPERS=FILE
-#       first starts two helpers that ignore SIGTERM (one in a session of its own)
-#       and appends their pids to FILE.
+#   --import --path P: Godot 4's import, a ".import" sidecar beside every importable
+#     asset, then exit FAKE_EXIT (FAKE_CRASH=1: die of SIGSEGV first).
+#   --editor --path P: Godot 3's editor, a sidecar every FAKE_STEP_SECONDS, then open
+#     until terminated; FAKE_NEVER_SETTLES=1 writes them at once and goes on adding
+#     entries to P/.import/.
+#   --path P: the game, runs FAKE_RUN_SECONDS and exits FAKE_GAME_EXIT; FAKE_HELPERS=FILE
+#     first starts two helpers that ignore SIGTERM, one in a session of its own, and
+#     appends their pids to FILE.
 # FAKE_SKIP=NAME leaves out that asset's sidecar; FAKE_UNRUNNABLE=1 drops its own
-# execute permission after an import. Like the real engine it fails without
-# P/project.godot, and SIGTERM ends it by the signal.
+# execute permission after an import. SIGTERM ends it by the signal, as the real one.
 project= mode=game arguments="$*" sleeper=
 while [ $# -gt 0 ]; do
     case $1 in
@@ -21,17 +20,11 @@ while [ $# -gt 0 ]; do
     shift
 done
 # A sleep in the background and `wait` let the TERM trap run at once.
-pause() {
-    sleep "$1" &
-    sleeper=$!
-    wait $sleeper
-    sleeper=
-}
+pause() { sleep "$1" & sleeper=$!; wait $sleeper; sleeper=; }
 die_by_term() {
     [ -n "$sleeper" ] && kill $sleeper 2>/dev/null
     [ -n "$1" ] && echo "$1"
-    trap - TERM
-    kill -TERM $$
+    trap - TERM && kill -TERM $$
 }
 
 echo "Godot Engine v4.3.stable.fake - https://godotengine.org"
@@ -53,7 +46,6 @@ fi
 
 if [ -n "${FAKE_CRASH:-}" ]; then
     ulimit -c 0 # no core file in the working folder
-    echo "ERROR: handle_crash: Program crashed with signal 11" >&2
     kill -SEGV $$
 fi
 cache=$project/.godot/imported
@@ -71,15 +63,13 @@ while IFS= read -r file; do
     [ -n "$file" ] || continue
     n=$((n + 1))
     [ $mode = editor ] && [ -z "${FAKE_NEVER_SETTLES:-}" ] && pause "${FAKE_STEP_SECONDS:-1}"
-    name=${file##*/}
-    inside=${file#"$project"/}
-    : >"$cache/$name-$n"
-    if [ "${FAKE_SKIP:-}" = "$name" ] || [ "${FAKE_SKIP:-}" = "$inside" ]; then
-        echo "ERROR: Error importing 'res://$inside'." >&2
+    : >"$cache/${file##*/}-$n"
+    if [ "${FAKE_SKIP:-}" = "${file##*/}" ]; then
+        echo "ERROR: Error importing '$file'." >&2
         continue
     fi
-    printf '[remap]\n\npath="res://%s-%d"\n' "$name" "$n" >"$file.import"
-    echo "[ $n ] import: res://$inside"
+    echo '[remap]' >"$file.import"
+    echo "[ $n ] import: $file"
 done <<ASSETS
 $assets
 ASSETS
@@ -90,9 +80,6 @@ if [ $mode = import ]; then
 fi
 echo "Import finished; the editor stays open."
 while :; do
-    if [ -n "${FAKE_NEVER_SETTLES:-}" ]; then
-        n=$((n + 1))
-        : >"$cache/entry-$n"
-    fi
+    [ -n "${FAKE_NEVER_SETTLES:-}" ] && n=$((n + 1)) && : >"$cache/entry-$n"
     pause "${FAKE_STEP_SECONDS:-1}"
 done
