@@ -79,26 +79,18 @@ class TestAcquisition : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void readsChecksumLists_data()
-    {
-        QTest::addColumn<QString>("list");
-        QTest::addColumn<QString>("digest"); // empty: no entry
-
-        QTest::newRow("upper case, blank, asterisk")
-            << digestA.toUpper() + u" *"_s + zipName << digestA;
-        QTest::newRow("name only as a prefix")
-            << digestA + u"  "_s + zipName + u".sig\n"_s << QString();
-        QTest::newRow("name first, digest last") << zipName + u"  "_s + digestA << QString();
-        QTest::newRow("first of two lines wins, garbage around")
-            << u"<html>\n\n   \n*** ***\n"_s + digestA + u"  "_s + zipName + u"\n"_s +
-                   QString(128, u'b') + u"  "_s + zipName
-            << digestA;
-    }
     void readsChecksumLists()
     {
-        QFETCH(QString, list);
-        QFETCH(QString, digest);
-        QCOMPARE(EngineManager::checksumFromList(list, zipName).value_or(QString()), digest);
+        const auto read = [](const QString &list) {
+            return EngineManager::checksumFromList(list, zipName).value_or(QString());
+        };
+        QCOMPARE(read(digestA.toUpper() + u" *"_s + zipName), digestA);
+        QCOMPARE(read(digestA + u"  "_s + zipName + u".sig\n"_s), QString());
+        QCOMPARE(read(zipName + u"  "_s + digestA), QString());
+        // The first entry wins, whatever the lines around it.
+        QCOMPARE(read(u"<html>\n\n   \n*** ***\n"_s + digestA + u"  "_s + zipName + u"\n"_s +
+                      QString(128, u'b') + u"  "_s + zipName),
+                 digestA);
     }
 
     void downloadsWithProgress_data()
@@ -113,7 +105,6 @@ private Q_SLOTS:
             << body(QByteArray(2000000, 'x'), 200, false) << u"^2\u00a0MB"_s + speed;
         QTest::newRow("redirect") << TestHttpServer::redirect("/target")
                                   << u"^2\u00a0MB of 2\u00a0MB"_s + speed;
-        QTest::newRow("empty body") << body({}) << u"^Zero\u00a0KB"_s + speed;
     }
     void downloadsWithProgress()
     {
