@@ -4,7 +4,6 @@
 #include "app/appmodel.h"
 #include "testenv.h"
 #include "testhttpserver.h"
-#include "xvfb.h"
 
 #include <QDir>
 #include <QStandardPaths>
@@ -22,9 +21,8 @@ private Q_SLOTS:
         const QString godot = QStandardPaths::findExecutable(u"godot3"_s);
         if (godot.isEmpty())
             QSKIP("needs the godot3 package");
-        Xvfb display;
-        if (!display.running())
-            QSKIP("needs Xvfb");
+        if (qEnvironmentVariableIsEmpty("DISPLAY"))
+            QSKIP("needs an X server: run under xvfb-run, as CTest does");
 
         TestEnv env;
         TestHttpServer server;
