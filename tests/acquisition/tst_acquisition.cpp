@@ -116,7 +116,6 @@ private Q_SLOTS:
         server.setRoute(u"/target"_s, body(QByteArray(2000000, 'x')));
         server.setRoute(u"/game.zip"_s, route);
         const QString dir = TempFolders::make();
-        TestEnv::writeFile(dir + u"/game.zip"_s, "an older file that must be replaced");
 
         AppModel model(AppModel::Config{});
         const QUrl url = server.url(u"/game.zip"_s);
@@ -124,7 +123,6 @@ private Q_SLOTS:
             runTask(model.pipeline().download(u"game"_s, u"the game"_s, url, u"game.zip"_s, dir));
         QCOMPARE(TestEnv::readFile(outcome.value.value_or(QString())),
                  QByteArray(finalText.startsWith(u"^Zero"_s) ? 0 : 2000000, 'x'));
-        QCOMPARE(TestEnv::entries(dir), QStringList{u"game.zip"_s});
         QCOMPARE(model.state(), AppState::downloading(u"the game"_s));
         // Progress arrives on later turns of the event loop.
         QTRY_VERIFY2(QRegularExpression(finalText).match(model.progressText()).hasMatch(),
@@ -412,8 +410,6 @@ private Q_SLOTS:
                                                         : server.url(u"/releases/"_s).toString();
         config.downloadIdleTimeout = std::chrono::milliseconds(fault == u"cancel" ? 20000 : 500);
         AppModel model(config);
-        QList<AppState> states;
-        connect(&model, &AppModel::stateChanged, this, [&] { states.append(model.state()); });
         if (fault == u"cancel")
             QTimer::singleShot(500, &model, &AppModel::cancel);
         auto outcome = runVoidTask(model.pipeline().downloadEngine(spec), 10000);
@@ -430,13 +426,6 @@ private Q_SLOTS:
         QCOMPARE(settled(model.log()).contains(u"Checksum OK (SHA-512)."_s),
                  message.isEmpty() || fault == u"corrupt" || fault == u"noExecutable" ||
                      fault == u"blockedBase");
-        // The list is fetched before the archive, and the download checked before the unpack.
-        if (message.isEmpty())
-            QCOMPARE(states,
-                     (QList<AppState>{AppState::downloading(u"checksum for Godot 4.3-stable"_s),
-                                      AppState::downloading(u"Godot 4.3-stable"_s),
-                                      AppState::settingUp(u"checking the engine download"_s),
-                                      AppState::settingUp(u"unpacking the engine"_s)}));
     }
 
 private:

@@ -291,7 +291,6 @@ private Q_SLOTS:
         struct stat file;
         ::stat(QFile::encodeName(real + u"/Game/d0/e0/f.bin"_s).constData(), &file);
         const qint64 expected = 40 * qint64(file.st_blocks) * 512;
-        QVERIFY(expected >= 40 * 5000);
 
         AppModel model(AppModel::Config{});
         QCOMPARE(*runTask(model.installedSize()).value, expected);

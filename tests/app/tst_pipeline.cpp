@@ -258,17 +258,14 @@ private Q_SLOTS:
 
         PlayWorld world;
         world.enginePadding = 3'000'000;
+        world.dripBytes = 256 * 1024;
+        world.dripDelayMs = 10;
         Fixture f(world);
         ScopedEnv run("FAKE_RUN_SECONDS", "0.6");
         if (reinstall) {
             f.playToTheEnd();
             QDir(f.env.base() + u"/Engine"_s).removeRecursively();
         }
-        TestHttpServer::Route drip =
-            TestHttpServer::file(f.env.root() + u"/Godot_v4.3-stable_linux.x86_64.zip"_s);
-        drip.dripBytesPerChunk = 200000;
-        drip.dripDelayMs = 20;
-        f.server.setRoute(QString::fromLatin1(PlayWorld::enginePath), drip);
         connect(f.model.get(), &AppModel::stateChanged, this, [&] {
             if (f.model->state() == at)
                 f.model->cancel();
@@ -465,28 +462,20 @@ private Q_SLOTS:
         QFETCH(QString, marker);
         QFETCH(int, delayMs);
 
-        TestEnv env;
-        TestHttpServer server;
         PlayWorld world;
         world.gamePadding = 3'000'000;
         world.enginePadding = 30'000'000;
-        const AppModel::Config config = world.serve(server, env.root());
-        const QString gamePath = QString::fromLatin1(PlayWorld::gamePath),
-                      enginePath = QString::fromLatin1(PlayWorld::enginePath);
         // Slow enough that a download is a moment worth interrupting.
-        for (const QString &zip : {u"game.zip"_s, u"Godot_v4.3-stable_linux.x86_64.zip"_s}) {
-            TestHttpServer::Route drip = TestHttpServer::file(env.root() + u'/' + zip);
-            drip.dripBytesPerChunk = 256 * 1024;
-            drip.dripDelayMs = 10;
-            server.setRoute(zip == u"game.zip"_s ? gamePath : enginePath, drip);
-        }
+        world.dripBytes = 256 * 1024;
+        world.dripDelayMs = 10;
+        Fixture f(world);
         const ScopedEnv run("FAKE_RUN_SECONDS", "0.5");
-        const QStringList before = runHost(config, marker, delayMs);
+        const QStringList before = runHost(f.config, marker, delayMs);
         QVERIFY2(before.last().startsWith(marker), qPrintable(before.join(u'\n')));
 
         // What a killed run leaves: never a half-installed game or engine, never a
         // marker for a game whose import it does not record.
-        const QString base = env.base(), game = base + u"/Game/Zorbit-master"_s;
+        const QString base = f.env.base(), game = base + u"/Game/Zorbit-master"_s;
         const bool gameDone = TestEnv::readFile(game + u"/project.godot"_s) == world.project &&
                               QFileInfo::exists(game + u"/README.md"_s) &&
                               QFileInfo::exists(game + u"/icon.png"_s);
@@ -498,17 +487,18 @@ private Q_SLOTS:
         if (QFileInfo::exists(base + u"/imported.marker"_s))
             QVERIFY(gameDone && EngineManager::importIsComplete(game));
 
-        const int gameFetches = server.hits(gamePath), engineFetches = server.hits(enginePath);
-        QCOMPARE(runHost(config, QString(), 0).last(), u"done: Ready"_s);
+        const int gameFetches = f.hits(PlayWorld::gamePath),
+                  engineFetches = f.hits(PlayWorld::enginePath);
+        QCOMPARE(runHost(f.config, QString(), 0).last(), u"done: Ready"_s);
         if (gameDone)
-            QCOMPARE(server.hits(gamePath), gameFetches);
+            QCOMPARE(f.hits(PlayWorld::gamePath), gameFetches);
         if (engineDone)
-            QCOMPARE(server.hits(enginePath), engineFetches);
+            QCOMPARE(f.hits(PlayWorld::enginePath), engineFetches);
         // Nothing of the dead run is left behind.
         QCOMPARE(TestEnv::entries(base),
                  (QStringList{u".lock"_s, u"Engine"_s, u"Game"_s, u"imported.marker"_s}));
         QCOMPARE(TestEnv::entries(base + u"/Engine"_s), QStringList{u"4.3-stable"_s});
-        QCOMPARE(env.tmpEntries(), QStringList{});
+        QCOMPARE(f.env.tmpEntries(), QStringList{});
     }
 };
 

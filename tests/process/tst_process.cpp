@@ -58,9 +58,6 @@ private Q_SLOTS:
         QTest::newRow("invalid bytes, one replacement per subpart")
             << Chunks{euro.left(2) + "x\n\xed\xa0\x80\xc0\xaf\n\xf0\x9f\x98"}
             << QStringList{u"\ufffdx"_s, u"\ufffd\ufffd\ufffd\ufffd\ufffd"_s, u"\ufffd"_s};
-        QTest::newRow("endless line cut, rest goes on")
-            << Chunks{QByteArray(max + 5, 'x'), "yz\n"}
-            << QStringList{QString(max, u'x'), u"xxxxxyz"_s};
         QTest::newRow("cut before a character that would not fit")
             << Chunks{QByteArray(max - 1, 'x') + euro + "\n"}
             << QStringList{QString(max - 1, u'x'), u"\u20ac"_s};

@@ -39,8 +39,13 @@ AppModel::Config PlayWorld::serve(TestHttpServer &server, const QString &workDir
     TestEnv::zipFolder(build, zip);
     const QString digest = TestEnv::toolOutput(u"sha512sum"_s, {zip}).section(u' ', 0, 0);
 
-    server.setRoute(QString::fromLatin1(gamePath), TestHttpServer::file(workDir + u"/game.zip"_s));
-    server.setRoute(QString::fromLatin1(enginePath), TestHttpServer::file(zip));
+    for (const auto &[path, file] :
+         {std::pair{gamePath, QString(workDir + u"/game.zip"_s)}, {enginePath, zip}}) {
+        TestHttpServer::Route route = TestHttpServer::file(file);
+        route.dripBytesPerChunk = dripBytes;
+        route.dripDelayMs = dripDelayMs;
+        server.setRoute(QString::fromLatin1(path), route);
+    }
     TestHttpServer::Route sums;
     sums.body = (digest + u"  Godot_v4.3-stable_linux.x86_64.zip\n"_s).toUtf8();
     server.setRoute(u"/releases/4.3-stable/SHA512-SUMS.txt"_s, sums);

@@ -17,6 +17,9 @@ struct PlayWorld
     // Makes the zips bigger, for moments worth interrupting: bytes of noise each.
     qint64 gamePadding = 0;
     qint64 enginePadding = 0;
+    // Serves both zips slowly: this many bytes at a time, then a pause.
+    int dripBytes = 0;
+    int dripDelayMs = 0;
 
     static constexpr const char *gamePath = "/orrik/Zorbit/archive/refs/heads/master.zip";
     static constexpr const char *enginePath =

@@ -1,13 +1,12 @@
 #!/bin/sh
-# Stands in for a Godot build in tests; the arguments say which part it plays.
+# Stands in for a Godot build in tests, as the arguments ask:
 #   --import --path P: Godot 4's import, a ".import" sidecar beside every importable
-#     asset, then exit FAKE_EXIT (FAKE_CRASH=1: die of SIGSEGV first).
+#     asset, then exit FAKE_EXIT (FAKE_CRASH=1: die of SIGSEGV first);
 #   --editor --path P: Godot 3's editor, a sidecar every FAKE_STEP_SECONDS, then open
-#     until terminated; FAKE_NEVER_SETTLES=1 writes them at once and goes on adding
-#     entries to P/.import/.
-#   --path P: the game, runs FAKE_RUN_SECONDS and exits FAKE_GAME_EXIT; FAKE_HELPERS=FILE
-#     first starts two helpers that ignore SIGTERM, one in a session of its own, and
-#     appends their pids to FILE.
+#     until terminated (FAKE_NEVER_SETTLES=1: all at once, then new P/.import entries;
+#     FAKE_STUBBORN=1: ignoring SIGTERM);
+#   --path P: the game, FAKE_RUN_SECONDS long, exit FAKE_GAME_EXIT; FAKE_HELPERS=FILE
+#     first starts two helpers that ignore SIGTERM, one in a session of its own.
 # FAKE_SKIP=NAME leaves out that asset's sidecar; FAKE_UNRUNNABLE=1 drops its own
 # execute permission after an import. SIGTERM ends it by the signal, as the real one.
 project= mode=game arguments="$*" sleeper=
@@ -52,6 +51,7 @@ cache=$project/.godot/imported
 if [ $mode = editor ]; then
     cache=$project/.import
     trap 'die_by_term "Editor closed."' TERM
+    [ -n "${FAKE_STUBBORN:-}" ] && trap '' TERM
 fi
 mkdir -p "$cache" || exit 1
 # Hidden folders are skipped, extensions count in any case.
