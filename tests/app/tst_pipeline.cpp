@@ -153,7 +153,7 @@ private Q_SLOTS:
     void firstStartWithRealDelays()
     {
         Fixture f({}, false);
-        ScopedEnv run("FAKE_RUN_SECONDS", "10.5");
+        ScopedEnv run(u"FAKE_RUN_SECONDS=10.5"_s);
         f.model->play();
         QTRY_COMPARE_WITH_TIMEOUT(f.model->state(), AppState::starting(), 20000);
         QTest::qWait(9000);
@@ -261,7 +261,7 @@ private Q_SLOTS:
         world.dripBytes = 256 * 1024;
         world.dripDelayMs = 10;
         Fixture f(world);
-        ScopedEnv run("FAKE_RUN_SECONDS", "0.6");
+        ScopedEnv run(u"FAKE_RUN_SECONDS=0.6"_s);
         if (reinstall) {
             f.playToTheEnd();
             QDir(f.env.base() + u"/Engine"_s).removeRecursively();
@@ -390,7 +390,7 @@ private Q_SLOTS:
         QFETCH(QString, kept);
 
         Fixture f;
-        ScopedEnv run("FAKE_RUN_SECONDS", "0.6");
+        ScopedEnv run(u"FAKE_RUN_SECONDS=0.6"_s);
         f.playToTheEnd();
         QCOMPARE(f.model->state(), AppState::ready());
         const QString save = f.model->savesURL() + u"/slot1.save"_s;
@@ -469,7 +469,7 @@ private Q_SLOTS:
         world.dripBytes = 256 * 1024;
         world.dripDelayMs = 10;
         Fixture f(world);
-        const ScopedEnv run("FAKE_RUN_SECONDS", "0.5");
+        const ScopedEnv run(u"FAKE_RUN_SECONDS=0.5"_s);
         const QStringList before = runHost(f.config, marker, delayMs);
         QVERIFY2(before.last().startsWith(marker), qPrintable(before.join(u'\n')));
 

@@ -7,15 +7,9 @@
 #include <QCoreApplication>
 #include <QTimer>
 
-#include <cstdio>
+#include <QTextStream>
 
 using namespace Qt::StringLiterals;
-
-static void say(const QString &line)
-{
-    std::fputs(qPrintable(line + u'\n'), stdout);
-    std::fflush(stdout);
-}
 
 int main(int argc, char *argv[])
 {
@@ -31,17 +25,19 @@ int main(int argc, char *argv[])
     config.settleDelay = std::chrono::milliseconds(20);
     config.stopGrace = std::chrono::milliseconds(500);
     AppModel model(config);
+    QTextStream out(stdout);
+    const auto say = [&out](const QString &line) { out << line << Qt::endl; };
     QObject::connect(&model, &AppModel::stateChanged, &model,
-                     [&model] { say(u"state: "_s + model.stateTitle()); });
+                     [&] { say(u"state: "_s + model.stateTitle()); });
     qsizetype shown = 0;
-    QObject::connect(model.log(), &LogStore::linesChanged, &model, [&model, &shown] {
+    QObject::connect(model.log(), &LogStore::linesChanged, &model, [&] {
         const QStringList &lines = model.log()->lines();
         for (shown = std::min(shown, lines.size()); shown < lines.size(); ++shown)
             say(u"log: "_s + lines.at(shown));
     });
     model.play();
     QTimer poll;
-    QObject::connect(&poll, &QTimer::timeout, &model, [&model] {
+    QObject::connect(&poll, &QTimer::timeout, &model, [&] {
         if (!model.isWorking()) {
             say(u"done: "_s + model.stateTitle());
             QCoreApplication::quit();

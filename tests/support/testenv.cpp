@@ -89,18 +89,15 @@ QByteArray TestEnv::readFile(const QString &path)
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
 
-static void runTool(const QString &program, const QStringList &arguments, const QString &workDir,
-                    bool rawNames = false)
+// In the C locale names are stored as the bytes given, without the zip's UTF-8 flag,
+// as old archivers do; bytes that are not UTF-8 then reach the unpacker.
+static void runTool(const QString &program, const QStringList &arguments, const QString &workDir)
 {
     QProcess tool;
     tool.setWorkingDirectory(workDir);
-    // In the C locale names are stored as the bytes given, without the zip's UTF-8
-    // flag, as old archivers do; bytes that are not UTF-8 then reach the unpacker.
-    if (rawNames) {
-        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-        environment.insert(u"LC_ALL"_s, u"C"_s);
-        tool.setProcessEnvironment(environment);
-    }
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert(u"LC_ALL"_s, u"C"_s);
+    tool.setProcessEnvironment(environment);
     tool.start(program, arguments);
     if (!tool.waitForFinished(60000) || tool.exitCode() != 0)
         qFatal("%s failed: %s", qPrintable(program), tool.readAllStandardError().constData());
@@ -118,8 +115,8 @@ void TestEnv::zipMtree(const QString &mtree, const QString &workDir, const QStri
     writeFile(workDir + u"/entries.mtree"_s, mtree.toUtf8());
     QFile::remove(zip);
     runTool(u"/usr/bin/bsdtar"_s,
-            {u"-c"_s, u"--format"_s, u"zip"_s, u"-P"_s, u"-f"_s, zip, u"@entries.mtree"_s}, workDir,
-            true);
+            {u"-c"_s, u"--format"_s, u"zip"_s, u"-P"_s, u"-f"_s, zip, u"@entries.mtree"_s},
+            workDir);
 }
 
 QString TestEnv::toolOutput(const QString &program, const QStringList &arguments)

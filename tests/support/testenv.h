@@ -50,12 +50,11 @@ inline QStringList items(const QString &text)
     return text.isEmpty() ? QStringList() : text.split(QStringLiteral(" | "));
 }
 
-// Sets environment variables (for a child such as a fake engine) for one scope: one,
-// or "NAME=value | NAME=value".
+// Sets environment variables ("NAME=value | NAME=value") for one scope, for a child
+// such as a fake engine.
 struct ScopedEnv
 {
     QList<QByteArray> names;
-    ScopedEnv(const char *name, const QByteArray &value) : names{name} { qputenv(name, value); }
     explicit ScopedEnv(const QString &settings)
     {
         for (const QString &setting : items(settings)) {
