@@ -133,11 +133,9 @@ private Q_SLOTS:
         QFETCH(int, exitCode);
         QFETCH(bool, stopped);
         QFETCH(QString, report);
-        using End = Pipeline::GameEnd;
-        QCOMPARE(Pipeline::judgeGameEnd(elapsed, exitCode, stopped), stopped ? End::Stopped
-                                                                     : report.isEmpty()
-                                                                         ? End::Normal
-                                                                         : End::Unexpected);
+        const Pipeline::GameEnd end = Pipeline::judgeGameEnd(elapsed, exitCode, stopped);
+        QCOMPARE(end == Pipeline::GameEnd::Stopped, stopped);
+        QCOMPARE(end == Pipeline::GameEnd::Unexpected, !report.isEmpty());
         if (report.isEmpty())
             return;
         QStringList log;
