@@ -6,7 +6,7 @@
 #     until terminated (FAKE_NEVER_SETTLES=1: all at once, then new P/.import entries;
 #     FAKE_STUBBORN=1: ignoring SIGTERM);
 #   --path P: the game, FAKE_RUN_SECONDS long, exit FAKE_GAME_EXIT; FAKE_HELPERS=FILE
-#     first starts two helpers that ignore SIGTERM, one in a session of its own.
+#     first starts two helpers that ignore SIGTERM, one orphaned in a session of its own.
 # FAKE_SKIP=NAME leaves out that asset's sidecar; FAKE_UNRUNNABLE=1 drops its own
 # execute permission after an import. SIGTERM ends it by the signal, as the real one.
 project= mode=game arguments="$*" sleeper=
@@ -37,7 +37,7 @@ if [ $mode = game ]; then
     if [ -n "${FAKE_HELPERS:-}" ]; then
         stubborn='trap "" TERM; echo $$ >> "$FAKE_HELPERS"; while :; do sleep 0.05; done'
         sh -c "$stubborn" &
-        setsid sh -c "$stubborn" &
+        (setsid sh -c "$stubborn" &) # orphaned at once: only the run's mark ties it
     fi
     [ "${FAKE_RUN_SECONDS:-0}" != 0 ] && pause "$FAKE_RUN_SECONDS"
     exit "${FAKE_GAME_EXIT:-0}"
