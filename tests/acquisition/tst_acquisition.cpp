@@ -143,8 +143,6 @@ private Q_SLOTS:
         QTest::newRow("engine only, game without a length")
             << body(QByteArray(2'000'000, 'e')) << body(QByteArray(10, 'g'), 200, false)
             << u"about 2\u00a0MB"_s;
-        QTest::newRow("zero length, 405")
-            << body({}) << body(QByteArray(10, 'g'), 405) << QString();
     }
     void estimatesTheDownloadSize()
     {

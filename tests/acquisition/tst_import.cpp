@@ -178,9 +178,6 @@ private Q_SLOTS:
         QTest::newRow("Godot 3, a sidecar missing: closed at the deadline")
             << 3 << godot << u"FAKE_SKIP=engine.wav | FAKE_STEP_SECONDS=0.03"_s << 0
             << unfinished.arg(15) << false;
-        QTest::newRow("cancel while the editor works")
-            << 3 << godot << u"FAKE_NEVER_SETTLES=1 | FAKE_STEP_SECONDS=0.03"_s << 700 << cancelled
-            << false;
         QTest::newRow("cancel before the engine starts")
             << 3 << godot << QString() << -1 << cancelled << false;
         QTest::newRow("cancel an editor that ignores the terminate request")
