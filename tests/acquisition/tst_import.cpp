@@ -1,51 +1,24 @@
+// The engine build a game needs, where it lives, and its import of the game judged by
+// the files it leaves, with fake engines that behave as the real ones do.
 #include "acquisition/enginemanager.h"
-#include "acquisition/importwatcher.h"
 #include "app/appmodel.h"
 #include "app/pipeline.h"
 #include "coro.h"
 #include "process/processfailure.h"
-#include "process/runprocess.h"
 #include "testenv.h"
 
 #include <QDir>
 #include <QElapsedTimer>
-#include <QFileInfo>
-#include <QImage>
+#include <QTemporaryDir>
 #include <QTest>
 #include <QTimer>
 
 using namespace Qt::StringLiterals;
+using EngineManager::Platform;
 
 namespace {
 const EngineSpec godot4{u"4.3-stable"_s, u"Godot_v4.3-stable_linux.x86_64.zip"_s, 4};
 const EngineSpec godot3{u"3.5.3-stable"_s, u"Godot_v3.5.3-stable_x11.64.zip"_s, 3};
-
-QString makeProject(const TestEnv &env, int configVersion, bool onlyIcon = false)
-{
-    const QString root = env.base() + u"/Game/Zorbit-master"_s;
-    TestEnv::writeFile(root + u"/project.godot"_s,
-                       "config_version=" + QByteArray::number(configVersion) +
-                           "\n\n[application]\n\nconfig/name=\"Tiny\"\n"
-                           "run/main_scene=\"res://Main.tscn\"\n");
-    TestEnv::writeFile(root + u"/Main.tscn"_s,
-                       "[gd_scene format=2]\n\n[node name=\"Main\" type=\"Node2D\"]\n");
-    QImage icon(16, 16, QImage::Format_RGB32);
-    icon.fill(Qt::red);
-    icon.save(root + u"/icon.png"_s);
-    if (!onlyIcon) {
-        icon.save(root + u"/Track.PNG"_s, "PNG");
-        TestEnv::writeFile(root + u"/sounds/engine.wav"_s, "RIFF");
-    }
-    return root;
-}
-
-AppModel::Config fastConfig()
-{
-    AppModel::Config config;
-    config.importPollInterval = std::chrono::milliseconds(150);
-    return config;
-}
-
 } // namespace
 
 class TestImport : public QObject
@@ -53,199 +26,208 @@ class TestImport : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void judgesByTheFiles_data();
-    void judgesByTheFiles();
-    void closesTheGodot3EditorOnceSettled();
-    void closesAnEditorThatNeverSettlesAtTheDeadline();
-    void watcherClosesOnlyWhenSettled_data();
-    void watcherClosesOnlyWhenSettled();
-    void cancelStopsSetup_data();
-    void cancelStopsSetup();
-    void engineThatCannotStart();
+    void choosesBuild_data()
+    {
+        QTest::addColumn<QString>("features");
+        QTest::addColumn<qint64>("configVersion");
+        QTest::addColumn<Platform>("platform");
+        QTest::addColumn<QString>("outcome"); // "version zipName major", or the failure
+
+        const QString dotNet =
+            u"This game needs the C# (.NET) Godot build, which this app does not set up."_s;
+        const QString csharp = u"PackedStringArray(\"4.3\", \"C#\", \"Forward Plus\")"_s;
+        const QString godot3 = u"3.5.3-stable Godot_v3.5.3-stable_x11.64.zip 3"_s;
+        const QString godot4 = u"4.3-stable Godot_v4.3-stable_linux.x86_64.zip 4"_s;
+        const auto x86 = Platform::LinuxX86_64;
+        const auto arm = Platform::LinuxArm64;
+
+        QTest::newRow("C# before the version") << csharp << qint64(5) << x86 << dotNet;
+        QTest::newRow("C# before the processor") << u"C#"_s << qint64(4) << arm << dotNet;
+        QTest::newRow("c# is not C#") << u"c#"_s << qint64(5) << x86 << godot4;
+        QTest::newRow("4") << QString() << qint64(4) << x86 << godot3;
+        QTest::newRow("Godot 3 on arm64")
+            << QString() << qint64(4) << arm
+            << u"This game needs Godot 3, which has no official build for this "
+               u"computer's processor (arm64), so this app cannot set it up."_s;
+        QTest::newRow("Godot 4 on arm64")
+            << QString() << qint64(5) << arm << u"4.3-stable Godot_v4.3-stable_linux.arm64.zip 4"_s;
+    }
+    void choosesBuild()
+    {
+        QFETCH(QString, features);
+        QFETCH(qint64, configVersion);
+        QFETCH(Platform, platform);
+        QFETCH(QString, outcome);
+        ProjectInfo info;
+        info.features = features;
+        info.configVersion = configVersion;
+        const auto choose = [&](auto... host) {
+            try {
+                const EngineSpec spec = EngineManager::spec(info, host...);
+                return u"%1 %2 %3"_s.arg(spec.version, spec.zipName).arg(spec.major);
+            } catch (const ProcessFailure &failure) {
+                return failure.message;
+            }
+        };
+        QCOMPARE(choose(platform), outcome);
+        if (platform == EngineManager::hostPlatform())
+            QCOMPARE(choose(), outcome);
+    }
+
+    void namesFoldersAndArguments()
+    {
+        // Without XDG_DATA_HOME the desktop's default data folder holds the base folder.
+        qunsetenv("XDG_DATA_HOME");
+        QCOMPARE(DataLayout::fromEnvironment().base(),
+                 QDir::homePath() + u"/.local/share/Vantro 3D"_s);
+        // The project path stays one argument, blanks and all.
+        const QString path = u"/home/me/My Games"_s;
+        QCOMPARE(godot4.importArgs(path).join(u'|'),
+                 u"--headless|--import|--path|"_s + path + u"|--quit"_s);
+        QCOMPARE(godot3.importArgs(path).join(u'|'), u"--editor|--path|"_s + path);
+    }
+
+    void findsExecutable_data()
+    {
+        QTest::addColumn<QString>("entries");  // in the engine folder
+        QTest::addColumn<QString>("expected"); // empty for none
+
+        QTest::newRow("the program, not the text file")
+            << u"README.txt | Godot_v4.3-stable_linux.x86_64*"_s
+            << u"Godot_v4.3-stable_linux.x86_64"_s;
+        QTest::newRow("folders do not count, nor what is in them")
+            << u"bin/godot* | Godot.app/Contents/MacOS/Godot* | Godot"_s << QString();
+        QTest::newRow("link to a program")
+            << u"../elsewhere* | godot->../elsewhere"_s << u"godot"_s;
+        QTest::newRow("dangling link") << u"godot->missing"_s << QString();
+        QTest::newRow("no folder") << QString() << QString();
+    }
+    void findsExecutable()
+    {
+        QFETCH(QString, entries);
+        QFETCH(QString, expected);
+        TestEnv env;
+        const DataLayout layout = DataLayout::fromEnvironment();
+        const QString folder = layout.engine(godot4.version);
+        TestEnv::build(folder, items(entries));
+        QCOMPARE(EngineManager::executable(layout, godot4).value_or(QString()),
+                 expected.isEmpty() ? QString() : folder + u'/' + expected);
+    }
+
+    void judgesImport_data()
+    {
+        QTest::addColumn<QString>("entries"); // in the project folder
+        QTest::addColumn<bool>("complete");
+
+        QTest::newRow("every asset with its sidecar, in any case; other files need none")
+            << u".godot/imported/x | Icon.PNG | Icon.PNG.import | a/car.png | a/car.png.import | "
+               u"player.gd | png | notes.png.txt | x."_s
+            << true;
+        QTest::newRow("one missing deep down")
+            << u".import/a | icon.png | icon.png.import | a/b/c/d/e/f/g/engine.ogg"_s << false;
+        QTest::newRow("sidecar name is case-sensitive")
+            << u".import/ | Icon.PNG | Icon.png.import"_s << false;
+        QTest::newRow("sidecar in another folder")
+            << u".import/ | a/horn.wav | b/horn.wav.import"_s << false;
+        QTest::newRow("dangling sidecar link")
+            << u".godot/ | x.svg | x.svg.import->nowhere"_s << false;
+        QTest::newRow("hidden entries and linked folders are not examined")
+            << u".import/a | .git/logo.png | a/.cache/x.ttf | .t.jpg | ../out/x.obj | "
+               u"shared->../out"_s
+            << true;
+        QTest::newRow(".gdignore folder and everything below it skipped")
+            << u".import/ | docs/.gdignore | docs/shot.png | docs/deep/logo.svg | "
+               u"art/.gdignore.txt | art/car.png | art/car.png.import"_s
+            << true;
+        QTest::newRow("a .gdignore elsewhere skips nothing here")
+            << u".import/ | docs/.gdignore | art/car.png"_s << false;
+        QTest::newRow("no import folder, nothing to import") << u"main.tscn"_s << false;
+        QTest::newRow("no project folder") << QString() << false;
+    }
+    void judgesImport()
+    {
+        QFETCH(QString, entries);
+        QFETCH(bool, complete);
+        QTemporaryDir dir;
+        TestEnv::build(dir.path() + u"/game"_s, items(entries));
+        QCOMPARE(EngineManager::importIsComplete(dir.path() + u"/game"_s), complete);
+    }
+
+    void importsWithTheEngine_data()
+    {
+        QTest::addColumn<int>("major");
+        QTest::addColumn<QString>("engine");    // a fake engine; "none" is none
+        QTest::addColumn<QString>("fakery");    // its settings
+        QTest::addColumn<int>("cancelAfterMs"); // 0: none; -1: before the step starts
+        QTest::addColumn<QString>("message");   // empty: success
+        QTest::addColumn<bool>("closedWhenSettled");
+
+        const QString godot = u"godot.sh"_s, cancelled = u"Setup was cancelled."_s;
+        const QString unfinished = u"Godot did not finish preparing the game's files (exit code "
+                                   u"%1). Open \"Show log\" for details."_s;
+        // The files decide, not the exit status.
+        QTest::newRow("Godot 4, complete although the engine failed")
+            << 4 << godot << u"FAKE_EXIT=1"_s << 0 << QString() << false;
+        QTest::newRow("Godot 4, a sidecar missing")
+            << 4 << godot << u"FAKE_SKIP=Track.PNG"_s << 0 << unfinished.arg(0) << false;
+        QTest::newRow("Godot 3, the editor closed once settled")
+            << 3 << godot << u"FAKE_STEP_SECONDS=0.2"_s << 0 << QString() << true;
+        QTest::newRow("Godot 3, an editor that never settles closed at the deadline")
+            << 3 << godot << u"FAKE_NEVER_SETTLES=1 | FAKE_STEP_SECONDS=0.03"_s << 0 << QString()
+            << false;
+        QTest::newRow("Godot 3, a sidecar missing: closed at the deadline")
+            << 3 << godot << u"FAKE_SKIP=engine.wav | FAKE_STEP_SECONDS=0.03"_s << 0
+            << unfinished.arg(15) << false;
+        QTest::newRow("cancel before the engine starts")
+            << 3 << godot << QString() << -1 << cancelled << false;
+        QTest::newRow("cancel an editor that ignores the terminate request")
+            << 3 << godot << u"FAKE_STUBBORN=1"_s << 700 << cancelled << false;
+        QTest::newRow("an engine that cannot start")
+            << 4 << u"none"_s << QString() << 0
+            << u"The Godot editor could not be started: No such file or directory."_s << false;
+    }
+    void importsWithTheEngine()
+    {
+        QFETCH(int, major);
+        QFETCH(QString, engine);
+        QFETCH(QString, fakery);
+        QFETCH(int, cancelAfterMs);
+        QFETCH(QString, message);
+        QFETCH(bool, closedWhenSettled);
+
+        TestEnv env;
+        const QString root = env.base() + u"/Game/Zorbit-master"_s;
+        TestEnv::build(root, {u"project.godot=config_version=4"_s, u"Main.tscn"_s, u"icon.png"_s,
+                              u"Track.PNG"_s, u"sounds/engine.wav"_s});
+        ScopedEnv fake(fakery);
+        AppModel::Config config;
+        config.importPollInterval = std::chrono::milliseconds(150);
+        config.importDeadline = std::chrono::milliseconds(2500);
+        config.stopGrace = std::chrono::milliseconds(300);
+        AppModel model(config);
+        if (cancelAfterMs < 0)
+            model.cancel();
+        else if (cancelAfterMs > 0)
+            QTimer::singleShot(cancelAfterMs, &model, &AppModel::cancel);
+        QElapsedTimer clock;
+        clock.start();
+        auto outcome = runVoidTask(
+            model.pipeline().importProject(fakeEngine(engine), major == 3 ? godot3 : godot4, root),
+            30000);
+        QCOMPARE(outcome.errorText(), message);
+        // The marker records a complete import, and nothing else.
+        QCOMPARE(QFileInfo::exists(env.base() + u"/imported.marker"_s), message.isEmpty());
+        model.log()->append(u"end"_s); // everything logged before has arrived once this has
+        QTRY_VERIFY(model.log()->lines().endsWith(u"end"_s));
+        const QStringList log = model.log()->lines();
+        QCOMPARE(log.contains(u"Import finished, closing the Godot editor."_s), closedWhenSettled);
+        if (message == u"Setup was cancelled."_s)
+            QVERIFY(clock.elapsed() < 5000);
+        // A cancel before the start never runs the engine at all.
+        QCOMPARE(log.filter(u"Godot Engine v"_s).isEmpty(),
+                 cancelAfterMs < 0 || engine != u"godot.sh"_s);
+    }
 };
 
-void TestImport::judgesByTheFiles_data()
-{
-    QTest::addColumn<QByteArray>("exitCode");
-    QTest::addColumn<QByteArray>("skip");
-    QTest::addColumn<QString>("message"); // empty: success
-
-    QTest::newRow("complete") << QByteArray("0") << QByteArray() << QString();
-    QTest::newRow("complete although the engine failed")
-        << QByteArray("1") << QByteArray() << QString();
-    QTest::newRow("one sidecar missing")
-        << QByteArray("1") << QByteArray("engine.wav")
-        << u"Godot did not finish preparing the game's files (exit code 1). Open \"Show log\" "
-           u"for details."_s;
-    QTest::newRow("upper-case extension missing")
-        << QByteArray("0") << QByteArray("Track.PNG")
-        << u"Godot did not finish preparing the game's files (exit code 0). Open \"Show log\" "
-           u"for details."_s;
-}
-
-void TestImport::judgesByTheFiles()
-{
-    QFETCH(QByteArray, exitCode);
-    QFETCH(QByteArray, skip);
-    QFETCH(QString, message);
-
-    TestEnv env;
-    const QString root = makeProject(env, 5);
-    ScopedEnv exit("FAKE_EXIT", exitCode), skipped("FAKE_SKIP", skip);
-    AppModel model(fastConfig());
-    auto outcome = runVoidTask(
-        model.pipeline().importProject(fakeEngine(u"godot4-import.sh"_s), godot4, root));
-    QCOMPARE(outcome.errorText(), message);
-    QCOMPARE(QFileInfo::exists(env.base() + u"/imported.marker"_s), message.isEmpty());
-    QCOMPARE(model.isImported(root), message.isEmpty());
-    QCOMPARE(model.state(),
-             AppState::settingUp(u"First-time setup, this can take a minute or more"_s));
-    QCOMPARE(model.progressText(), u"Godot is preparing the game's files\u2026"_s);
-    QVERIFY(!model.progress());
-}
-
-void TestImport::closesTheGodot3EditorOnceSettled()
-{
-    TestEnv env;
-    const QString root = makeProject(env, 4);
-    ScopedEnv step("FAKE_STEP_SECONDS", "0.2");
-    AppModel model(fastConfig());
-    QElapsedTimer clock;
-    clock.start();
-    auto outcome = runVoidTask(
-        model.pipeline().importProject(fakeEngine(u"godot3-editor.sh"_s), godot3, root), 30000);
-    QVERIFY2(outcome.ok(), qPrintable(outcome.errorText()));
-    QVERIFY(QFileInfo::exists(env.base() + u"/imported.marker"_s));
-    QTRY_VERIFY(model.log()->lines().contains(u"Import finished, closing the Godot editor."_s));
-    QVERIFY(model.log()->lines().first().startsWith(u"Godot 3 prepares the game in its editor."_s));
-}
-
-void TestImport::closesAnEditorThatNeverSettlesAtTheDeadline()
-{
-    TestEnv env;
-    const QString root = makeProject(env, 4);
-    ScopedEnv step("FAKE_STEP_SECONDS", "0.03"); // a new entry between any two checks
-    AppModel::Config config = fastConfig();
-    config.importDeadline = std::chrono::milliseconds(2500);
-    AppModel model(config);
-    QElapsedTimer clock;
-    clock.start();
-    auto outcome = runVoidTask(
-        model.pipeline().importProject(fakeEngine(u"godot3-never-finishes.sh"_s), godot3, root),
-        30000);
-    QVERIFY(clock.elapsed() >= 2400);
-    QVERIFY(!model.log()->lines().contains(u"Import finished, closing the Godot editor."_s));
-    // The files decide: the editor wrote every sidecar even though it never settled.
-    QVERIFY2(outcome.ok(), qPrintable(outcome.errorText()));
-    QVERIFY(QFileInfo::exists(env.base() + u"/imported.marker"_s));
-}
-
-void TestImport::watcherClosesOnlyWhenSettled_data()
-{
-    QTest::addColumn<bool>("complete");
-    QTest::addColumn<bool>("growing");
-    QTest::addColumn<bool>("settles");
-    QTest::newRow("complete and steady") << true << false << true;
-    QTest::newRow("complete but still growing") << true << true << false;
-    QTest::newRow("steady but a sidecar missing") << false << false << false;
-}
-
-// The editor is closed after the fourth check, the first three in a row that find
-// the import complete and the ".import" folder as it was; else at the deadline.
-void TestImport::watcherClosesOnlyWhenSettled()
-{
-    QFETCH(bool, complete);
-    QFETCH(bool, growing);
-    QFETCH(bool, settles);
-
-    TestEnv env;
-    const QString root = makeProject(env, 4, true);
-    TestEnv::writeFile(root + u"/.import/icon.png-1.stex"_s, "");
-    if (complete)
-        TestEnv::writeFile(root + u"/icon.png.import"_s, "[remap]\n");
-    int added = 0;
-    QTimer grow;
-    connect(&grow, &QTimer::timeout, this,
-            [&] { TestEnv::writeFile(root + u"/.import/more-"_s + QString::number(++added), ""); });
-    if (growing)
-        grow.start(100);
-
-    constexpr int interval = 300, deadline = 2400;
-    LogStore log;
-    auto box = std::make_shared<ProcessBox>();
-    const QString sleep = u"/bin/sleep"_s;
-    const QStringList thirty{u"30"_s};
-    QElapsedTimer clock;
-    clock.start();
-    ImportWatcher watcher(root, box, &log, std::chrono::milliseconds(interval),
-                          std::chrono::milliseconds(deadline));
-    auto outcome = runTask(runProcess(sleep, thirty, box, {}), 10000);
-    const qint64 elapsed = clock.elapsed();
-    QCOMPARE(*outcome.value, 15);
-    if (settles) {
-        QVERIFY2(elapsed >= 4 * interval - 60 && elapsed < 5 * interval - 30,
-                 qPrintable(QString::number(elapsed)));
-        QTRY_COMPARE(log.lines(), QStringList{u"Import finished, closing the Godot editor."_s});
-    } else {
-        QVERIFY2(elapsed >= deadline - 50, qPrintable(QString::number(elapsed)));
-        QTest::qWait(2 * interval); // a late check must not speak either
-        QVERIFY(log.lines().isEmpty());
-    }
-}
-
-void TestImport::cancelStopsSetup_data()
-{
-    QTest::addColumn<QString>("engine");    // a fake engine, or "stubborn"
-    QTest::addColumn<int>("cancelAfterMs"); // -1: before the step starts
-    QTest::newRow("editor that never settles") << u"godot3-never-finishes.sh"_s << 700;
-    QTest::newRow("before the engine starts") << u"godot3-never-finishes.sh"_s << -1;
-    QTest::newRow("editor that ignores the terminate request") << u"stubborn"_s << 700;
-}
-
-void TestImport::cancelStopsSetup()
-{
-    QFETCH(QString, engine);
-    QFETCH(int, cancelAfterMs);
-    TestEnv env;
-    const QString root = makeProject(env, 4);
-    ScopedEnv step("FAKE_STEP_SECONDS", "0.03");
-    QString exe = fakeEngine(engine);
-    if (engine == u"stubborn") {
-        exe = env.root() + u"/stubborn.sh"_s;
-        TestEnv::writeFile(
-            exe, "#!/bin/sh\ntrap '' TERM\necho stubborn\nwhile :; do sleep 0.05; done\n", true);
-    }
-    AppModel::Config config = fastConfig();
-    config.stopGrace = std::chrono::milliseconds(300);
-    AppModel model(config);
-    if (cancelAfterMs < 0)
-        model.cancel();
-    else
-        QTimer::singleShot(cancelAfterMs, &model, &AppModel::cancel);
-    QElapsedTimer clock;
-    clock.start();
-    auto outcome = runVoidTask(model.pipeline().importProject(exe, godot3, root), 30000);
-    QCOMPARE(outcome.errorText(), u"Setup was cancelled."_s);
-    QVERIFY(clock.elapsed() < 5000);
-    QVERIFY(!QFileInfo::exists(env.base() + u"/imported.marker"_s));
-    model.log()->append(u"end"_s);
-    QTRY_VERIFY(model.log()->lines().endsWith(u"end"_s));
-    // A cancel before the start never runs the engine at all.
-    QCOMPARE(model.log()->lines().size() > 2, cancelAfterMs >= 0);
-}
-
-void TestImport::engineThatCannotStart()
-{
-    TestEnv env;
-    const QString root = makeProject(env, 5);
-    AppModel model(fastConfig());
-    auto outcome =
-        runVoidTask(model.pipeline().importProject(env.root() + u"/no-engine"_s, godot4, root));
-    QVERIFY(!outcome.ok());
-    QVERIFY(!outcome.errorText().isEmpty());
-    QVERIFY(!outcome.errorText().startsWith(u"Godot did not finish"_s));
-    QVERIFY(!QFileInfo::exists(env.base() + u"/imported.marker"_s));
-}
-
-QTEST_MAIN(TestImport)
+QTEST_GUILESS_MAIN(TestImport)
 #include "tst_import.moc"

@@ -1,16 +1,17 @@
+// Play from the first click to the game's end, the commands beside it and a launcher
+// killed half-way, against the loopback server, the real bsdtar and a fake engine.
 #include "app/appmodel.h"
 #include "app/modelpreview.h"
 #include "app/pipeline.h"
 #include "coro.h"
 #include "playworld.h"
+#include "project/projectinspector.h"
 #include "testenv.h"
 #include "testhttpserver.h"
 
-#include <QDesktopServices>
 #include <QDir>
-#include <QDirIterator>
 #include <QElapsedTimer>
-#include <QFileInfo>
+#include <QProcess>
 #include <QTest>
 
 #include <csignal>
@@ -21,27 +22,32 @@
 using namespace Qt::StringLiterals;
 
 namespace {
-const QString game = u"Game/Zorbit-master"_s;
-
-// The pid of this program's child running `name`, or 0.
-pid_t childNamed(const QByteArray &name)
-{
-    QDirIterator procs(u"/proc"_s, QDir::Dirs | QDir::NoDotAndDotDot);
-    while (procs.hasNext()) {
-        const QString dir = procs.next();
-        const QByteArray stat = TestEnv::readFile(dir + u"/stat"_s);
-        const qsizetype close = stat.lastIndexOf(')');
-        if (close > 0 && stat.mid(stat.indexOf('(') + 1, close - stat.indexOf('(') - 1) == name &&
-            stat.mid(close + 4).split(' ').value(0).toInt() == ::getpid())
-            return pid_t(procs.fileName().toInt());
-    }
-    return 0;
-}
-
 bool alive(pid_t pid)
 {
     const QByteArray stat = TestEnv::readFile(u"/proc/%1/stat"_s.arg(pid));
     return !stat.isEmpty() && stat.mid(stat.lastIndexOf(')') + 2, 1) != "Z";
+}
+
+// Runs the play host until `marker` starts a line of its output (empty: to its end),
+// and kills it `delayMs` later. The lines it printed.
+QStringList runHost(const AppModel::Config &config, const QString &marker, int delayMs)
+{
+    QProcess host;
+    host.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    host.start(QStringLiteral(VANTRO_PLAYHOST), {config.engineEndpoint, config.gameArchiveUrl});
+    QStringList lines;
+    while (host.waitForReadyRead(60000) || host.canReadLine()) {
+        while (host.canReadLine()) {
+            lines.append(QString::fromUtf8(host.readLine()).chopped(1));
+            if (!marker.isEmpty() && lines.last().startsWith(marker)) {
+                QTest::qSleep(delayMs);
+                host.kill();
+                host.waitForFinished(10000);
+                return lines;
+            }
+        }
+    }
+    return lines;
 }
 
 // A first Play's world on loopback, and a model that records its states.
@@ -62,28 +68,23 @@ struct Fixture
             config.settleDelay = std::chrono::milliseconds(50);
             config.stopGrace = std::chrono::milliseconds(500);
         }
-        remake();
-    }
-    void remake()
-    {
         model = std::make_unique<AppModel>(config);
-        states.clear();
         AppModel *m = model.get();
         QObject::connect(m, &AppModel::stateChanged, m, [this, m] { states.append(m->state()); });
     }
+    int hits(const char *path) const { return server.hits(QString::fromLatin1(path)); }
     int requests() const
     {
-        return server.hits(QString::fromLatin1(PlayWorld::gamePath)) +
-               server.hits(QString::fromLatin1(PlayWorld::enginePath)) +
+        return hits(PlayWorld::gamePath) + hits(PlayWorld::enginePath) +
                server.hits(u"/releases/4.3-stable/SHA512-SUMS.txt"_s);
     }
-    // Plays until the pipeline has ended; the game's run length and exit come from
-    // the fake engine's environment.
-    void playToTheEnd(int timeoutMs = 30000)
+    // Plays until the pipeline has ended; the game's run length and exit come from the
+    // fake engine's environment.
+    void playToTheEnd()
     {
         model->play();
         QVERIFY(model->isWorking());
-        QTRY_VERIFY_WITH_TIMEOUT(!model->isWorking(), timeoutMs);
+        QTRY_VERIFY_WITH_TIMEOUT(!model->isWorking(), 30000);
     }
     QStringList log() const { return model->log()->lines(); }
 };
@@ -94,502 +95,416 @@ class TestPipeline : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void launchArguments_data();
-    void launchArguments();
-    void judgesTheEnd_data();
-    void judgesTheEnd();
-    void firstStartWithRealDelays();
-    void gameEndings_data();
-    void gameEndings();
-    void cancels_data();
-    void cancels();
-    void stalledUnpackEndsEveryWay_data();
-    void stalledUnpackEndsEveryWay();
-    void stopWhilePlaying();
-    void failuresEndInNeeds_data();
-    void failuresEndInNeeds();
-    void maintenance();
-    void updateOfflineKeepsWhatWasInstalled_data();
-    void updateOfflineKeepsWhatWasInstalled();
-    void revealsFolders();
-    void sizeEstimate_data();
-    void sizeEstimate();
-};
+    void launchArguments()
+    {
+        const QString root = u"/g r"_s;
+        const auto args = [&](bool fullscreen, const QString &resolution) {
+            return Pipeline::launchArguments(root, fullscreen, resolution).mid(2).join(u' ');
+        };
+        QCOMPARE(Pipeline::launchArguments(root, false, u"Default"_s).mid(0, 2),
+                 (QStringList{u"--path"_s, root}));
+        QCOMPARE(args(false, u"Default"_s), u"--windowed"_s);
+        QCOMPARE(args(false, u"1600x900"_s), u"--windowed --resolution 1600x900"_s);
+        // A fullscreen game takes the screen's own size.
+        QCOMPARE(args(true, u"1280x720"_s), u"--fullscreen"_s);
+    }
 
-void TestPipeline::launchArguments_data()
-{
-    QTest::addColumn<bool>("fullscreen");
-    QTest::addColumn<QString>("resolution");
-    QTest::addColumn<QStringList>("arguments");
+    void judgesTheEnd_data()
+    {
+        QTest::addColumn<double>("elapsed");
+        QTest::addColumn<int>("exitCode");
+        QTest::addColumn<bool>("stopped");
+        QTest::addColumn<QString>("report"); // its first sentence; empty: a normal end
 
-    QTest::newRow("windowed default")
-        << false << u"Default"_s << QStringList{u"--path"_s, u"/g r"_s, u"--windowed"_s};
-    QTest::newRow("windowed size")
-        << false << u"1600x900"_s
-        << QStringList{u"--path"_s, u"/g r"_s, u"--windowed"_s, u"--resolution"_s, u"1600x900"_s};
-    QTest::newRow("fullscreen drops the size")
-        << true << u"1280x720"_s << QStringList{u"--path"_s, u"/g r"_s, u"--fullscreen"_s};
-}
+        QTest::newRow("dies after 1.7 s")
+            << 1.7 << 1 << false << u"The game closed after 1 second (exit code 1)."_s;
+        QTest::newRow("quits cleanly just under the threshold")
+            << 9.999 << 0 << false << u"The game closed after 9 seconds (exit code 0)."_s;
+        QTest::newRow("normal end at the threshold") << 10.0 << 0 << false << QString();
+        QTest::newRow("crash after a long run")
+            << 40.0 << 11 << false << u"The game closed after 40 seconds (exit code 11)."_s;
+        QTest::newRow("stopped by the player") << 4.0 << 15 << true << QString();
+        QTest::newRow("under a second")
+            << 0.4 << 0 << false << u"The game closed after 0 seconds (exit code 0)."_s;
+    }
+    void judgesTheEnd()
+    {
+        QFETCH(double, elapsed);
+        QFETCH(int, exitCode);
+        QFETCH(bool, stopped);
+        QFETCH(QString, report);
+        const Pipeline::GameEnd end = Pipeline::judgeGameEnd(elapsed, exitCode, stopped);
+        QCOMPARE(end == Pipeline::GameEnd::Stopped, stopped);
+        QCOMPARE(end == Pipeline::GameEnd::Unexpected, !report.isEmpty());
+        if (report.isEmpty())
+            return;
+        QStringList log;
+        for (int i = 1; i <= 100; ++i)
+            log.append(u"line "_s + QString::number(i));
+        QCOMPARE(Pipeline::failureReportText(elapsed, exitCode, log),
+                 report + u" Last lines of the log:\n\n"_s + log.mid(70).join(u'\n'));
+        QCOMPARE(Pipeline::failureReportText(elapsed, exitCode, {u"only"_s}),
+                 report + u" Last lines of the log:\n\nonly"_s);
+    }
 
-void TestPipeline::launchArguments()
-{
-    QFETCH(bool, fullscreen);
-    QFETCH(QString, resolution);
-    QFETCH(QStringList, arguments);
-    QCOMPARE(Pipeline::launchArguments(u"/g r"_s, fullscreen, resolution), arguments);
-}
+    // The acceptance story, with the real 10-second delays.
+    void firstStartWithRealDelays()
+    {
+        Fixture f({}, false);
+        ScopedEnv run(u"FAKE_RUN_SECONDS=10.5"_s);
+        f.model->play();
+        QTRY_COMPARE_WITH_TIMEOUT(f.model->state(), AppState::starting(), 20000);
+        QTest::qWait(9000);
+        QCOMPARE(f.model->state(), AppState::starting());
+        QTRY_COMPARE_WITH_TIMEOUT(f.model->state(), AppState::playing(), 3000);
+        QTRY_VERIFY_WITH_TIMEOUT(!f.model->isWorking(), 10000);
+        QCOMPARE(
+            f.states,
+            (QList<AppState>{
+                AppState::downloading(u"the game"_s), AppState::settingUp(u"unpacking the game"_s),
+                AppState::downloading(u"checksum for Godot 4.3-stable"_s),
+                AppState::downloading(u"Godot 4.3-stable"_s),
+                AppState::settingUp(u"checking the engine download"_s),
+                AppState::settingUp(u"unpacking the engine"_s),
+                AppState::settingUp(u"First-time setup, this can take a minute or more"_s),
+                AppState::starting(), AppState::playing(), AppState::ready()}));
+        QVERIFY(!f.model->failureReport() && !f.model->progress());
+        QVERIFY2(f.log().contains(u"Starting: Godot_v4.3-stable_linux.x86_64 --path "_s +
+                                  f.env.base() + u"/Game/Zorbit-master --windowed"_s),
+                 qPrintable(f.log().join(u'\n')));
+    }
 
-void TestPipeline::judgesTheEnd_data()
-{
-    QTest::addColumn<double>("elapsed");
-    QTest::addColumn<int>("exitCode");
-    QTest::addColumn<bool>("stopped");
-    QTest::addColumn<int>("end"); // Pipeline::GameEnd
-    QTest::addColumn<QString>("reportStart");
+    void playsToAnEnd_data()
+    {
+        QTest::addColumn<bool>("dotnet");    // the game needs Godot's .NET build
+        QTest::addColumn<QString>("fakery"); // the fake engine's settings
+        QTest::addColumn<AppState>("end");
+        QTest::addColumn<QString>("report"); // its first line; empty: none
 
-    const int normal = int(Pipeline::GameEnd::Normal),
-              unexpected = int(Pipeline::GameEnd::Unexpected),
-              stopped = int(Pipeline::GameEnd::Stopped);
-    QTest::newRow("dies after 1.7 s")
-        << 1.7 << 1 << false << unexpected << u"The game closed after 1 second (exit code 1)."_s;
-    QTest::newRow("quits cleanly after 4 s")
-        << 4.0 << 0 << false << unexpected << u"The game closed after 4 seconds (exit code 0)."_s;
-    QTest::newRow("just under the threshold")
-        << 9.999 << 0 << false << unexpected << u"The game closed after 9 seconds (exit code 0)."_s;
-    QTest::newRow("normal end at the threshold") << 10.0 << 0 << false << normal << QString();
-    QTest::newRow("crash after a long run")
-        << 40.0 << 11 << false << unexpected
-        << u"The game closed after 40 seconds (exit code 11)."_s;
-    QTest::newRow("stopped by the player") << 40.0 << 15 << true << stopped << QString();
-    QTest::newRow("under a second")
-        << 0.4 << 0 << false << unexpected << u"The game closed after 0 seconds (exit code 0)."_s;
-}
+        // The threshold is the shortened promotion delay, 0.4 s.
+        QTest::newRow("normal end")
+            << false << u"FAKE_RUN_SECONDS=0.8"_s << AppState::ready() << QString();
+        QTest::newRow("dies early")
+            << false << u"FAKE_GAME_EXIT=1"_s << AppState::needs(u"the game closed unexpectedly"_s)
+            << u"The game closed after 0 seconds (exit code 1). Last lines of the log:"_s;
+        QTest::newRow("game that cannot be started")
+            << false << u"FAKE_UNRUNNABLE=1"_s
+            << AppState::needs(u"The game could not be started: Permission denied."_s) << QString();
+        QTest::newRow(".NET project")
+            << true << QString()
+            << AppState::needs(u"This game needs the C# (.NET) Godot build, which this app does "
+                               u"not set up."_s)
+            << QString();
+        QTest::newRow("engine that cannot import the game")
+            << false << u"FAKE_CRASH=1"_s
+            << AppState::needs(u"Godot did not finish preparing the game's files (exit code 11). "
+                               u"Open \"Show log\" for details."_s)
+            << QString();
+    }
+    void playsToAnEnd()
+    {
+        QFETCH(bool, dotnet);
+        QFETCH(QString, fakery);
+        QFETCH(AppState, end);
+        QFETCH(QString, report);
 
-void TestPipeline::judgesTheEnd()
-{
-    QFETCH(double, elapsed);
-    QFETCH(int, exitCode);
-    QFETCH(bool, stopped);
-    QFETCH(int, end);
-    QFETCH(QString, reportStart);
-    QCOMPARE(int(Pipeline::judgeGameEnd(elapsed, exitCode, stopped)), end);
-    if (reportStart.isEmpty())
-        return;
-    QStringList log;
-    for (int i = 1; i <= 100; ++i)
-        log.append(u"line "_s + QString::number(i));
-    QStringList tail = log.mid(70);
-    QCOMPARE(Pipeline::failureReportText(elapsed, exitCode, log),
-             reportStart + u" Last lines of the log:\n\n"_s + tail.join(u'\n'));
-    QCOMPARE(Pipeline::failureReportText(elapsed, exitCode, {u"only"_s}),
-             reportStart + u" Last lines of the log:\n\nonly"_s);
-}
+        PlayWorld world;
+        if (dotnet)
+            world.project = "config_version=5\nconfig/features=PackedStringArray(\"4.3\", \"C#\")";
+        Fixture f(world);
+        ScopedEnv fake(fakery);
+        f.playToTheEnd();
+        QCOMPARE(f.model->state(), end);
+        QCOMPARE(f.model->failureReport().value_or(QString()).section(u'\n', 0, 0), report);
+        if (!report.isEmpty())
+            QVERIFY(f.model->failureReport()->endsWith(f.log().last()));
+        // A step's failure is logged; the launch's own and the game's end are no step's.
+        if (dotnet || fakery.contains(u"CRASH"_s))
+            QTRY_COMPARE(f.log().last(), u"Problem: "_s + end.text());
+        QCOMPARE(f.env.tmpEntries(), QStringList{});
+        if (end.kind() == AppState::Needs && report.isEmpty())
+            return;
+        // After a game ended, a second Play fetches nothing and goes straight to the game.
+        const int fetched = f.requests();
+        f.states.clear();
+        f.playToTheEnd();
+        QCOMPARE(f.requests(), fetched);
+        QCOMPARE(f.states.value(0), AppState::starting());
+        QCOMPARE(f.model->state(), end);
+    }
 
-// The acceptance story, with the real 10-second delays.
-void TestPipeline::firstStartWithRealDelays()
-{
-    Fixture f({}, false);
-    ScopedEnv run("FAKE_RUN_SECONDS", "10.5");
-    f.model->play();
-    QTRY_COMPARE_WITH_TIMEOUT(f.model->state(), AppState::starting(), 20000);
-    QTest::qWait(9000);
-    QCOMPARE(f.model->state(), AppState::starting());
-    QTRY_COMPARE_WITH_TIMEOUT(f.model->state(), AppState::playing(), 3000);
-    QTRY_VERIFY_WITH_TIMEOUT(!f.model->isWorking(), 10000);
-    QCOMPARE(f.states,
-             (QList<AppState>{
-                 AppState::downloading(u"the game"_s), AppState::settingUp(u"unpacking the game"_s),
-                 AppState::downloading(u"checksum for Godot 4.3-stable"_s),
-                 AppState::downloading(u"Godot 4.3-stable"_s),
-                 AppState::settingUp(u"checking the engine download"_s),
-                 AppState::settingUp(u"unpacking the engine"_s),
-                 AppState::settingUp(u"First-time setup, this can take a minute or more"_s),
-                 AppState::starting(), AppState::playing(), AppState::ready()}));
-    QVERIFY(!f.model->failureReport());
-    QVERIFY(!f.model->progress());
-    QCOMPARE(f.model->progressText(), QString());
-    const QStringList log = f.log();
-    QVERIFY(log.contains(u"Game unpacked."_s));
-    QVERIFY(log.contains(u"Checksum OK (SHA-512)."_s));
-    const QString start = u"Starting: Godot_v4.3-stable_linux.x86_64 --path "_s + f.env.base() +
-                          u"/"_s + game + u" --windowed"_s;
-    QVERIFY2(log.contains(start), qPrintable(log.join(u'\n')));
-    QCOMPARE(f.model->info()->name, u"Zorbit"_s);
-    QCOMPARE(f.env.tmpEntries(), QStringList{});
-}
+    void cancels_data()
+    {
+        QTest::addColumn<AppState>("at");    // the cancel comes as this state begins
+        QTest::addColumn<bool>("reinstall"); // the game is imported, only the engine missing
+        QTest::addColumn<QString>("absent"); // what the cancelled step would have made
 
-void TestPipeline::gameEndings_data()
-{
-    QTest::addColumn<QByteArray>("runSeconds");
-    QTest::addColumn<QByteArray>("exitCode");
-    QTest::addColumn<AppState>("end");
-    QTest::addColumn<QString>("report"); // its first line; empty: none
+        QTest::newRow("engine download")
+            << AppState::downloading(u"Godot 4.3-stable"_s) << false << u"Engine"_s;
+        QTest::newRow("game unpack")
+            << AppState::settingUp(u"unpacking the game"_s) << false << u"Game"_s;
+        QTest::newRow("import") << AppState::settingUp(
+                                       u"First-time setup, this can take a minute or more"_s)
+                                << false << u"imported.marker"_s;
+        // With the game imported nothing after the engine's steps would stop the launch.
+        QTest::newRow("engine check, game imported")
+            << AppState::settingUp(u"checking the engine download"_s) << true << u"Engine"_s;
+        QTest::newRow("engine unpack, game imported")
+            << AppState::settingUp(u"unpacking the engine"_s) << true << u"Engine"_s;
+    }
+    void cancels()
+    {
+        QFETCH(AppState, at);
+        QFETCH(bool, reinstall);
+        QFETCH(QString, absent);
 
-    // The threshold is the shortened promotion delay, 0.4 s.
-    QTest::newRow("normal end") << QByteArray("0.8") << QByteArray("0") << AppState::ready()
-                                << QString();
-    QTest::newRow("dies early")
-        << QByteArray("0") << QByteArray("1") << AppState::needs(u"the game closed unexpectedly"_s)
-        << u"The game closed after 0 seconds (exit code 1). Last lines of the log:"_s;
-    QTest::newRow("error after a long run")
-        << QByteArray("1.2") << QByteArray("3")
-        << AppState::needs(u"the game closed unexpectedly"_s)
-        << u"The game closed after 1 second (exit code 3). Last lines of the log:"_s;
-}
+        PlayWorld world;
+        world.enginePadding = 3'000'000;
+        world.dripBytes = 256 * 1024;
+        world.dripDelayMs = 10;
+        Fixture f(world);
+        ScopedEnv run(u"FAKE_RUN_SECONDS=0.6"_s);
+        if (reinstall) {
+            f.playToTheEnd();
+            QDir(f.env.base() + u"/Engine"_s).removeRecursively();
+        }
+        connect(f.model.get(), &AppModel::stateChanged, this, [&] {
+            if (f.model->state() == at)
+                f.model->cancel();
+        });
+        f.model->play();
+        QTRY_VERIFY_WITH_TIMEOUT(!f.model->isWorking(), 20000);
+        QCOMPARE(f.model->state(), AppState::notDownloaded());
+        QTRY_COMPARE(f.log().last(), u"Cancelled."_s);
+        QVERIFY(f.log().filter(u"Starting: "_s).isEmpty());
+        QVERIFY(!TestEnv::entries(f.env.base()).contains(absent));
+        QVERIFY(!f.model->progress());
+        QCOMPARE(f.model->progressText(), QString());
+        QCOMPARE(f.env.tmpEntries(), QStringList{});
+        QVERIFY(!QFileInfo::exists(f.env.base() + u"/GameStaging"_s));
+    }
 
-void TestPipeline::gameEndings()
-{
-    QFETCH(QByteArray, runSeconds);
-    QFETCH(QByteArray, exitCode);
-    QFETCH(AppState, end);
-    QFETCH(QString, report);
+    // Nothing a run started outlives it, however it ends: an unpacker that stops
+    // answering (a disk that hangs), a game's helpers that ignore the terminate request,
+    // one of them in a session of its own. And while it runs, nothing else starts and
+    // nothing is deleted, from a second launcher neither.
+    void endsEveryChild_data()
+    {
+        QTest::addColumn<bool>("playing"); // else in a stalled unpack
+        QTest::addColumn<QString>("how");
+        QTest::newRow("stalled unpack, cancel") << false << u"cancel"_s;
+        QTest::newRow("stalled unpack, model destroyed") << false << u"destroy"_s;
+        QTest::newRow("stalled unpack, quit") << false << u"quit"_s;
+        QTest::newRow("playing, Stop") << true << u"stop"_s;
+        QTest::newRow("playing, quit") << true << u"quit"_s;
+    }
+    void endsEveryChild()
+    {
+        QFETCH(bool, playing);
+        QFETCH(QString, how);
+        Fixture f;
+        const QString pidFile = f.env.root() + u"/pids"_s;
+        ScopedEnv fake(u"FAKE_RUN_SECONDS=60 | FAKE_HELPERS="_s + pidFile);
+        f.config.stopGrace = std::chrono::milliseconds(1000);
+        if (!playing) {
+            f.config.unpacker = f.env.root() + u"/stalling-bsdtar"_s;
+            TestEnv::writeFile(f.config.unpacker,
+                               "#!/bin/sh\necho $$ >> \"$FAKE_HELPERS\"\nkill -STOP $$\n"
+                               "exec /usr/bin/bsdtar \"$@\"\n",
+                               true);
+        }
+        f.model = std::make_unique<AppModel>(f.config);
+        f.model->play();
+        QTRY_COMPARE_WITH_TIMEOUT(TestEnv::readFile(pidFile).count('\n'), playing ? 2 : 1, 20000);
+        const QList<QByteArray> pids = TestEnv::readFile(pidFile).trimmed().split('\n');
+        const auto reap = qScopeGuard([&] {
+            for (const QByteArray &pid : pids)
+                ::kill(pid.toInt(), SIGKILL);
+        });
+        if (!playing)
+            QTRY_VERIFY(TestEnv::readFile(u"/proc/"_s + QString::fromLatin1(pids[0]) + u"/stat"_s)
+                            .contains(") T"));
+        const AppState busy = f.model->state();
+        f.model->play();
+        f.model->updateGame();
+        f.model->reinstall();
+        f.model->removeEverything();
+        AppModel second(f.config);
+        second.reinstall();
+        second.removeEverything();
+        second.play();
+        QCOMPARE(second.state(),
+                 AppState::needs(u"Another Vantro 3D is already using this computer's game "
+                                 u"folder. Close it, then press Play again."_s));
+        QCOMPARE(f.model->state(), busy);
+        QCOMPARE(QFileInfo::exists(f.env.base() + u"/imported.marker"_s), playing);
 
-    Fixture f;
-    ScopedEnv run("FAKE_RUN_SECONDS", runSeconds), code("FAKE_GAME_EXIT", exitCode);
-    f.playToTheEnd();
-    QCOMPARE(f.model->state(), end);
-    QCOMPARE(f.model->failureReport().value_or(QString()).section(u'\n', 0, 0), report);
-    if (!report.isEmpty())
-        QVERIFY(f.model->failureReport()->endsWith(f.log().last()));
-    const int fetched = f.requests();
+        QElapsedTimer clock;
+        clock.start();
+        if (how == u"cancel")
+            f.model->cancel();
+        else if (how == u"stop")
+            f.model->stopGame();
+        else if (how == u"quit")
+            f.model->shutDown();
+        else
+            f.model.reset();
+        // Quitting blocks for the grace at most, nothing else blocks.
+        QVERIFY(clock.elapsed() < (how == u"quit" ? 1300 : 200));
+        if (f.model)
+            QTRY_VERIFY_WITH_TIMEOUT(!f.model->isWorking(), 5000);
+        for (const QByteArray &pid : pids)
+            QTRY_VERIFY_WITH_TIMEOUT(!alive(pid.toInt()), 5000);
+        // Killed at the grace, also when quitting, where no later turn of the event loop
+        // may do it.
+        QVERIFY2(clock.elapsed() < 1600, qPrintable(QString::number(clock.elapsed())));
+        if (how == u"cancel" || how == u"stop") {
+            QCOMPARE(f.model->state(), playing ? AppState::ready() : AppState::notDownloaded());
+            QVERIFY(!f.model->failureReport());
+            QVERIFY(!QFileInfo::exists(f.env.base() + u"/GameStaging"_s));
+        }
+        // The data folder is free for the next launcher once this one is gone.
+        const int fd = ::open(QFile::encodeName(f.env.base() + u"/.lock"_s).constData(), O_RDWR);
+        QCOMPARE(::flock(fd, LOCK_EX | LOCK_NB), how == u"cancel" || how == u"stop" ? -1 : 0);
+        ::close(fd);
+    }
 
-    // A second Play fetches nothing and goes straight to the game.
-    f.states.clear();
-    f.playToTheEnd();
-    QCOMPARE(f.requests(), fetched);
-    QCOMPARE(f.states.value(0), AppState::starting());
-    QCOMPARE(f.model->state(), end);
-}
+    void keepsSavesAndWhatWasInstalled_data()
+    {
+        QTest::addColumn<QString>("command");
+        QTest::addColumn<QString>("broken");  // the archive that cannot be had
+        QTest::addColumn<QString>("fetched"); // again
+        QTest::addColumn<QString>("kept");    // log lines
 
-void TestPipeline::cancels_data()
-{
-    QTest::addColumn<AppState>("at");    // the cancel comes as this state begins
-    QTest::addColumn<bool>("reinstall"); // the game is imported, only the engine missing
-    QTest::addColumn<AppState>("end");
+        const QString game = u"The update could not be downloaded; your installed game was kept."_s;
+        const QString engine =
+            u"The engine could not be downloaded again; your installed engine was kept."_s;
+        QTest::newRow("update") << u"update"_s << QString() << u"game"_s << QString();
+        QTest::newRow("reinstall") << u"reinstall"_s << QString() << u"game engine"_s << QString();
+        QTest::newRow("update offline") << u"update"_s << u"game"_s << u"game"_s << game;
+        QTest::newRow("reinstall, no game")
+            << u"reinstall"_s << u"game"_s << u"game"_s << game + u" | "_s + engine;
+        QTest::newRow("reinstall, no engine")
+            << u"reinstall"_s << u"engine"_s << u"game engine"_s << engine;
+        QTest::newRow("remove everything") << u"remove"_s << QString() << QString() << QString();
+    }
+    void keepsSavesAndWhatWasInstalled()
+    {
+        QFETCH(QString, command);
+        QFETCH(QString, broken);
+        QFETCH(QString, fetched);
+        QFETCH(QString, kept);
 
-    const AppState notDownloaded = AppState::notDownloaded();
-    QTest::newRow("engine download")
-        << AppState::downloading(u"Godot 4.3-stable"_s) << false << notDownloaded;
-    QTest::newRow("game unpack") << AppState::settingUp(u"unpacking the game"_s) << false
-                                 << notDownloaded;
-    QTest::newRow("import") << AppState::settingUp(
-                                   u"First-time setup, this can take a minute or more"_s)
-                            << false << notDownloaded;
-    // With the game imported nothing after the engine's steps would stop the launch.
-    QTest::newRow("engine check, game imported")
-        << AppState::settingUp(u"checking the engine download"_s) << true << notDownloaded;
-    QTest::newRow("engine unpack, game imported")
-        << AppState::settingUp(u"unpacking the engine"_s) << true << notDownloaded;
-}
-
-void TestPipeline::cancels()
-{
-    QFETCH(AppState, at);
-    QFETCH(bool, reinstall);
-    QFETCH(AppState, end);
-
-    PlayWorld world;
-    world.enginePadding = 3'000'000;
-    Fixture f(world);
-    ScopedEnv run("FAKE_RUN_SECONDS", "0.6");
-    if (reinstall) {
+        Fixture f;
+        ScopedEnv run(u"FAKE_RUN_SECONDS=0.6"_s);
         f.playToTheEnd();
         QCOMPARE(f.model->state(), AppState::ready());
-        QDir(f.env.base() + u"/Engine"_s).removeRecursively();
+        const QString save = f.model->savesURL() + u"/slot1.save"_s;
+        TestEnv::writeFile(save, "lap 1");
+        const int games = f.hits(PlayWorld::gamePath), engines = f.hits(PlayWorld::enginePath);
+        TestHttpServer::Route refused;
+        refused.status = 503;
+        if (!broken.isEmpty())
+            f.server.setRoute(QString::fromLatin1(broken == u"game" ? PlayWorld::gamePath
+                                                                    : PlayWorld::enginePath),
+                              refused);
+        // From a failure too.
+        ModelPreview(*f.model).failureReport(u"old report"_s).state(AppState::needs(u"x"_s));
+        if (command == u"update")
+            f.model->updateGame();
+        else if (command == u"reinstall")
+            f.model->reinstall();
+        else
+            f.model->removeEverything();
+        QTRY_VERIFY_WITH_TIMEOUT(!f.model->isWorking(), 20000);
+        QCOMPARE(f.hits(PlayWorld::gamePath) - games, int(fetched.contains(u"game"_s)));
+        QCOMPARE(f.hits(PlayWorld::enginePath) - engines, int(fetched.contains(u"engine"_s)));
+        QCOMPARE(TestEnv::readFile(save), QByteArray("lap 1"));
+        for (const QString &line : items(kept))
+            QVERIFY2(f.log().contains(line), qPrintable(f.log().join(u'\n')));
+
+        if (command == u"remove") {
+            QCOMPARE(f.model->state(), AppState::notDownloaded());
+            QVERIFY(!f.model->info() && !f.model->failureReport());
+            // Only the lock stays, so that a second launcher still cannot share the folder.
+            QCOMPARE(TestEnv::entries(f.env.base()), QStringList{u".lock"_s});
+            QCOMPARE(*runTask(f.model->installedSize()).value, qint64(0));
+            AppModel second(f.config);
+            second.play();
+            QVERIFY(!second.isWorking());
+            return;
+        }
+        QCOMPARE(f.model->state(), broken.isEmpty()
+                                       ? AppState::ready()
+                                       : AppState::needs(u"The server answered with error 503."_s));
+        // Whatever could not be had, the next Play starts the game without fetching.
+        const int requests = f.requests();
+        f.playToTheEnd();
+        QCOMPARE(f.model->state(), AppState::ready());
+        QCOMPARE(f.requests(), requests);
     }
-    TestHttpServer::Route drip =
-        TestHttpServer::file(f.env.root() + u"/Godot_v4.3-stable_linux.x86_64.zip"_s);
-    drip.dripBytesPerChunk = 200000;
-    drip.dripDelayMs = 20;
-    f.server.setRoute(QString::fromLatin1(PlayWorld::enginePath), drip);
-    connect(f.model.get(), &AppModel::stateChanged, this, [&] {
-        if (f.model->state() == at)
-            f.model->cancel();
-    });
-    f.model->play();
-    f.model->play(); // refused: still busy
-    QTRY_VERIFY_WITH_TIMEOUT(!f.model->isWorking(), 20000);
-    QCOMPARE(f.model->state(), end);
-    QTRY_COMPARE(f.log().last(), u"Cancelled."_s);
-    QVERIFY(!f.log().join(u'\n').contains(u"Starting: "_s));
-    QVERIFY(!f.model->progress());
-    QCOMPARE(f.model->progressText(), QString());
-    QCOMPARE(f.env.tmpEntries(), QStringList{});
-    QVERIFY(!QFileInfo::exists(f.env.base() + u"/GameStaging"_s));
-}
 
-// An unpacker that stops answering (a disk that hangs) holds nothing up: cancel,
-// destroying the model and quitting all end it within the grace.
-void TestPipeline::stalledUnpackEndsEveryWay_data()
-{
-    QTest::addColumn<QString>("how");
-    QTest::newRow("cancel") << u"cancel"_s;
-    QTest::newRow("model destroyed") << u"destroy"_s;
-    QTest::newRow("quit") << u"quit"_s;
-}
+    // A launcher killed at any moment of a first Play leaves a disk from which the next
+    // start recovers by itself, and does not fetch again what was complete.
+    void recoversFromAKill_data()
+    {
+        QTest::addColumn<QString>("marker");
+        QTest::addColumn<int>("delayMs");
 
-void TestPipeline::stalledUnpackEndsEveryWay()
-{
-    QFETCH(QString, how);
-    PlayWorld world;
-    world.gamePadding = 30'000'000;
-    Fixture f(world);
-    f.model->play();
-    QTRY_COMPARE_WITH_TIMEOUT(f.model->state(), AppState::settingUp(u"unpacking the game"_s),
-                              20000);
-    pid_t unpacker = 0;
-    QTRY_VERIFY((unpacker = childNamed("bsdtar")) != 0);
-    ::kill(unpacker, SIGSTOP);
-    const auto release = qScopeGuard([unpacker] { ::kill(unpacker, SIGKILL); });
-
-    QElapsedTimer clock;
-    clock.start();
-    if (how == u"cancel") {
-        f.model->cancel();
-        QTRY_VERIFY_WITH_TIMEOUT(!f.model->isWorking(), 5000);
-        QCOMPARE(f.model->state(), AppState::notDownloaded());
-    } else if (how == u"destroy") {
-        f.model.reset();
-        QVERIFY(clock.elapsed() < 200); // nothing waited for
-    } else {
-        f.model->shutDown();
-        QVERIFY(!f.model->isWorking());
+        QTest::newRow("game download") << u"state: Downloading: the game"_s << 30;
+        QTest::newRow("game unpack") << u"state: Setting up: unpacking the game"_s << 8;
+        QTest::newRow("game in place") << u"log: Game unpacked."_s << 0;
+        QTest::newRow("engine download") << u"state: Downloading: Godot 4.3-stable"_s << 200;
+        QTest::newRow("checksum") << u"state: Setting up: checking the engine download"_s << 5;
+        QTest::newRow("engine unpack") << u"state: Setting up: unpacking the engine"_s << 60;
+        QTest::newRow("import") << u"state: Setting up: First-time setup"_s << 0;
+        QTest::newRow("import written") << u"log: Import done."_s << 0;
+        QTest::newRow("playing") << u"state: Playing"_s << 0;
     }
-    const qint64 grace = f.config.stopGrace.count();
-    QTRY_VERIFY_WITH_TIMEOUT(!alive(unpacker), 5000);
-    QVERIFY2(clock.elapsed() < grace + 1000, qPrintable(QString::number(clock.elapsed())));
-    // The data folder is free for the next launcher.
-    const int fd = ::open(QFile::encodeName(f.env.base() + u"/.lock"_s).constData(), O_RDWR);
-    QVERIFY(fd >= 0);
-    QCOMPARE(::flock(fd, LOCK_EX | LOCK_NB), how == u"cancel" ? -1 : 0);
-    ::close(fd);
-    QTRY_VERIFY(!QFileInfo::exists(f.env.base() + u"/GameStaging"_s) || how != u"cancel");
-}
+    void recoversFromAKill()
+    {
+        QFETCH(QString, marker);
+        QFETCH(int, delayMs);
 
-void TestPipeline::stopWhilePlaying()
-{
-    Fixture f;
-    const QString helpers = f.env.root() + u"/helpers"_s;
-    ScopedEnv run("FAKE_RUN_SECONDS", "60"), spawn("FAKE_HELPERS", QFile::encodeName(helpers));
-    f.model->play();
-    QTRY_COMPARE_WITH_TIMEOUT(f.model->state(), AppState::playing(), 20000);
-    QTRY_COMPARE(TestEnv::readFile(helpers).count('\n'), 2);
-    f.model->play();       // refused while playing
-    f.model->updateGame(); // refused while busy: nothing deleted
-    QVERIFY(QFileInfo::exists(f.env.base() + u"/imported.marker"_s));
-    // A second launcher on the same data folder neither plays nor deletes.
-    AppModel second(f.config);
-    second.reinstall();
-    QVERIFY(QFileInfo::exists(f.env.base() + u"/imported.marker"_s));
-    second.play();
-    QVERIFY(!second.isWorking());
-    QCOMPARE(second.state(), AppState::needs(u"Another Vantro 3D is already using this computer's "
-                                             u"game folder. Close it, then press Play again."_s));
-    f.model->stopGame();
-    QTRY_VERIFY_WITH_TIMEOUT(!f.model->isWorking(), 5000);
-    QCOMPARE(f.model->state(), AppState::ready());
-    QVERIFY(!f.model->failureReport());
-    // What the game started goes with it, also what ignores the request or left its
-    // session.
-    for (const QByteArray &pid : TestEnv::readFile(helpers).split('\n')) {
-        if (!pid.isEmpty())
-            QTRY_VERIFY_WITH_TIMEOUT(!alive(pid_t(pid.toInt())), 5000);
+        PlayWorld world;
+        world.gamePadding = 3'000'000;
+        world.enginePadding = 30'000'000;
+        // Slow enough that a download is a moment worth interrupting.
+        world.dripBytes = 256 * 1024;
+        world.dripDelayMs = 10;
+        Fixture f(world);
+        const ScopedEnv run(u"FAKE_RUN_SECONDS=0.5"_s);
+        const QStringList before = runHost(f.config, marker, delayMs);
+        QVERIFY2(before.last().startsWith(marker), qPrintable(before.join(u'\n')));
+
+        // What a killed run leaves: never a half-installed game or engine, never a
+        // marker for a game whose import it does not record.
+        const QString base = f.env.base(), game = base + u"/Game/Zorbit-master"_s;
+        const bool gameDone = TestEnv::readFile(game + u"/project.godot"_s) == world.project &&
+                              QFileInfo::exists(game + u"/README.md"_s) &&
+                              QFileInfo::exists(game + u"/icon.png"_s);
+        QCOMPARE(QFileInfo::exists(base + u"/Game"_s), gameDone);
+        const DataLayout layout = DataLayout::fromEnvironment();
+        const EngineSpec godot4{u"4.3-stable"_s, u"Godot_v4.3-stable_linux.x86_64.zip"_s, 4};
+        const bool engineDone = EngineManager::executable(layout, godot4).has_value();
+        QCOMPARE(QFileInfo::exists(layout.engine(godot4.version)), engineDone);
+        if (QFileInfo::exists(base + u"/imported.marker"_s))
+            QVERIFY(gameDone && EngineManager::importIsComplete(game));
+
+        const int gameFetches = f.hits(PlayWorld::gamePath),
+                  engineFetches = f.hits(PlayWorld::enginePath);
+        QCOMPARE(runHost(f.config, QString(), 0).last(), u"done: Ready"_s);
+        if (gameDone)
+            QCOMPARE(f.hits(PlayWorld::gamePath), gameFetches);
+        if (engineDone)
+            QCOMPARE(f.hits(PlayWorld::enginePath), engineFetches);
+        // Nothing of the dead run is left behind.
+        QCOMPARE(TestEnv::entries(base),
+                 (QStringList{u".lock"_s, u"Engine"_s, u"Game"_s, u"imported.marker"_s}));
+        QCOMPARE(TestEnv::entries(base + u"/Engine"_s), QStringList{u"4.3-stable"_s});
+        QCOMPARE(f.env.tmpEntries(), QStringList{});
     }
-}
-
-void TestPipeline::failuresEndInNeeds_data()
-{
-    QTest::addColumn<QByteArray>("project");
-    QTest::addColumn<QString>("engine");
-    QTest::addColumn<QString>("message");
-
-    QTest::newRow(".NET project")
-        << QByteArray("config_version=5\nconfig/features=PackedStringArray(\"4.3\", \"C#\")\n")
-        << u"godot4-import.sh"_s
-        << u"This game needs the C# (.NET) Godot build, which this app does not set up."_s;
-    QTest::newRow("game that cannot be started")
-        << PlayWorld().project << u"godot4-import.sh"_s
-        << u"The game could not be started: Permission denied."_s;
-    QTest::newRow("engine that cannot start the game")
-        << PlayWorld().project << u"crash.sh"_s
-        << u"Godot did not finish preparing the game's files (exit code 11). Open \"Show log\" "
-           u"for details."_s;
-}
-
-void TestPipeline::failuresEndInNeeds()
-{
-    QFETCH(QByteArray, project);
-    QFETCH(QString, engine);
-    QFETCH(QString, message);
-
-    PlayWorld world;
-    world.project = project;
-    world.engine = engine;
-    Fixture f(world);
-    ScopedEnv unrunnable("FAKE_UNRUNNABLE", message.startsWith(u"The game"_s) ? "1" : "");
-    f.playToTheEnd();
-    QCOMPARE(f.model->state(), AppState::needs(message));
-    // The launch's own failure is no step's problem: no "Problem: " line for it.
-    if (!message.startsWith(u"The game"_s))
-        QTRY_COMPARE(f.log().last(), u"Problem: "_s + message);
-    QVERIFY(!f.model->failureReport());
-    QCOMPARE(f.env.tmpEntries(), QStringList{});
-}
-
-void TestPipeline::maintenance()
-{
-    Fixture f;
-    ScopedEnv run("FAKE_RUN_SECONDS", "0.6");
-    f.playToTheEnd();
-    QCOMPARE(f.model->state(), AppState::ready());
-    const QString saves = f.model->savesURL();
-    TestEnv::writeFile(saves + u"/slot1.save"_s, "lap 1");
-    const QString engine = f.env.base() + u"/Engine/4.3-stable/Godot_v4.3-stable_linux.x86_64"_s;
-    const int engineFetches = f.server.hits(QString::fromLatin1(PlayWorld::enginePath));
-    const int gameFetches = f.server.hits(QString::fromLatin1(PlayWorld::gamePath));
-
-    // Update: the game again, the engine and the saves kept.
-    f.model->updateGame();
-    QVERIFY(!f.model->info());
-    QTRY_VERIFY_WITH_TIMEOUT(!f.model->isWorking(), 20000);
-    QCOMPARE(f.model->state(), AppState::ready());
-    QCOMPARE(f.server.hits(QString::fromLatin1(PlayWorld::gamePath)), gameFetches + 1);
-    QCOMPARE(f.server.hits(QString::fromLatin1(PlayWorld::enginePath)), engineFetches);
-    QCOMPARE(TestEnv::readFile(saves + u"/slot1.save"_s), QByteArray("lap 1"));
-    QVERIFY(f.model->savesFolderExists());
-
-    // Reinstall: both again.
-    f.model->reinstall();
-    QTRY_VERIFY_WITH_TIMEOUT(!f.model->isWorking(), 20000);
-    QCOMPARE(f.model->state(), AppState::ready());
-    QCOMPARE(f.server.hits(QString::fromLatin1(PlayWorld::enginePath)), engineFetches + 1);
-    QVERIFY(QFileInfo(engine).isExecutable());
-    auto size = runTask(f.model->installedSize());
-    QVERIFY(*size.value > 0);
-
-    // Remove everything, from a failure too: nothing left but the saves and the lock.
-    ModelPreview(*f.model).failureReport(u"old report"_s).state(AppState::needs(u"x"_s));
-    f.model->removeEverything();
-    QCOMPARE(f.model->state(), AppState::notDownloaded());
-    QVERIFY(!f.model->info() && !f.model->failureReport());
-    // Only the lock stays, so that a second launcher still cannot share the folder.
-    QCOMPARE(QDir(f.env.base()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden),
-             QStringList{u".lock"_s});
-    QCOMPARE(*runTask(f.model->installedSize()).value, qint64(0));
-    QCOMPARE(TestEnv::readFile(saves + u"/slot1.save"_s), QByteArray("lap 1"));
-    AppModel second(f.config);
-    second.play();
-    QVERIFY(!second.isWorking());
-    f.model->removeEverything(); // on an empty disk too
-    QCOMPARE(f.model->state(), AppState::notDownloaded());
-}
-
-void TestPipeline::updateOfflineKeepsWhatWasInstalled_data()
-{
-    QTest::addColumn<QString>("command");
-    QTest::addColumn<QString>("broken");   // the archive that cannot be had
-    QTest::addColumn<QStringList>("kept"); // log lines
-    const QString game = u"The update could not be downloaded; your installed game was kept."_s;
-    const QString engine =
-        u"The engine could not be downloaded again; your installed engine was kept."_s;
-    QTest::newRow("update, no game") << u"update"_s << u"game"_s << QStringList{game};
-    QTest::newRow("reinstall, no game") << u"reinstall"_s << u"game"_s << QStringList{game, engine};
-    QTest::newRow("reinstall, no engine") << u"reinstall"_s << u"engine"_s << QStringList{engine};
-}
-
-void TestPipeline::updateOfflineKeepsWhatWasInstalled()
-{
-    QFETCH(QString, command);
-    QFETCH(QString, broken);
-    QFETCH(QStringList, kept);
-
-    Fixture f;
-    ScopedEnv run("FAKE_RUN_SECONDS", "0.6");
-    f.playToTheEnd();
-    QCOMPARE(f.model->state(), AppState::ready());
-    TestHttpServer::Route refused;
-    refused.status = 503;
-    f.server.setRoute(
-        QString::fromLatin1(broken == u"game" ? PlayWorld::gamePath : PlayWorld::enginePath),
-        refused);
-    command == u"update"_s ? f.model->updateGame() : f.model->reinstall();
-    QTRY_VERIFY_WITH_TIMEOUT(!f.model->isWorking(), 20000);
-    QCOMPARE(f.model->state(), AppState::needs(u"The server answered with error 503."_s));
-    for (const QString &line : kept)
-        QVERIFY2(f.log().contains(line), qPrintable(f.log().join(u'\n')));
-    // Game and engine are there, and the next Play starts the game offline.
-    QVERIFY(QFileInfo::exists(f.env.base() + u"/"_s + game + u"/project.godot"_s));
-    QVERIFY(QFileInfo::exists(f.env.base() + u"/Engine/4.3-stable"_s));
-    f.playToTheEnd();
-    QCOMPARE(f.model->state(), AppState::ready());
-}
-
-// Stands in for the desktop's file manager: with no file manager on the bus, the
-// folder that holds the item is opened.
-class UrlCatcher : public QObject
-{
-    Q_OBJECT
-public:
-    QList<QUrl> urls;
-public Q_SLOTS:
-    void open(const QUrl &url) { urls.append(url); }
 };
-
-void TestPipeline::revealsFolders()
-{
-    TestEnv env;
-    UrlCatcher catcher;
-    QDesktopServices::setUrlHandler(u"file"_s, &catcher, "open");
-    AppModel model(AppModel::Config{});
-    model.showSaves(); // no save folder: nothing opens
-    model.revealInFinder();
-    QVERIFY(QFileInfo(env.base()).isDir());
-    QTRY_COMPARE(catcher.urls, QList<QUrl>{QUrl::fromLocalFile(env.data())});
-
-    QDir().mkpath(model.savesURL());
-    QVERIFY(!model.savesFolderExists());
-    model.showSaves();
-    QVERIFY(model.savesFolderExists());
-    QTRY_COMPARE(catcher.urls.size(), 2);
-    QCOMPARE(catcher.urls.last(), QUrl::fromLocalFile(env.data() + u"/godot/app_userdata"_s));
-    QDesktopServices::unsetUrlHandler(u"file"_s);
-}
-
-void TestPipeline::sizeEstimate_data()
-{
-    QTest::addColumn<bool>("engineSized");
-    QTest::addColumn<bool>("gameSized");
-    QTest::addColumn<QString>("text"); // empty: none
-
-    QTest::newRow("both") << true << true << u"about 2.5\u00a0MB"_s;
-    QTest::newRow("game only") << false << true << u"about 500\u00a0KB"_s;
-    QTest::newRow("engine only") << true << false << u"about 2\u00a0MB"_s;
-    QTest::newRow("neither") << false << false << QString();
-}
-
-void TestPipeline::sizeEstimate()
-{
-    QFETCH(bool, engineSized);
-    QFETCH(bool, gameSized);
-    QFETCH(QString, text);
-
-    TestEnv env;
-    TestHttpServer server;
-    TestHttpServer::Route route;
-    route.body = QByteArray(2'000'000, 'e');
-    route.status = engineSized ? 200 : 404;
-    server.setRoute(u"/releases/3.5.3-stable/Godot_v3.5.3-stable_x11.64.zip"_s, route);
-    route.body = QByteArray(500'000, 'g');
-    route.status = gameSized ? 200 : 405;
-    server.setRoute(u"/master.zip"_s, route);
-    AppModel::Config config;
-    config.engineEndpoint = server.url(u"/releases/"_s).toString();
-    config.gameArchiveUrl = server.url(u"/master.zip"_s).toString();
-    AppModel model(config);
-    QVERIFY(runVoidTask(model.loadSizeEstimate()).ok());
-    QCOMPARE(model.downloadSizeText().value_or(QString()), text);
-    QCOMPARE(server.methods(u"/master.zip"_s), QList<QByteArray>{"HEAD"});
-}
 
 QTEST_GUILESS_MAIN(TestPipeline)
 #include "tst_pipeline.moc"

@@ -12,3 +12,9 @@ QString describeException(std::exception_ptr error)
         return QStringLiteral("unknown exception");
     }
 }
+
+QCoro::Task<Unit> asUnit(QCoro::Task<void> task)
+{
+    co_await std::move(task);
+    co_return Unit{};
+}

@@ -6,6 +6,8 @@
 #include <exception>
 #include <optional>
 
+QString describeException(std::exception_ptr error);
+
 // QCoro::waitFor on a task that throws hangs and loses the exception, so tests run
 // tasks through this wrapper: it catches, and fails the test if the event loop does
 // not finish the task in time.
@@ -16,19 +18,12 @@ template <typename T> struct Outcome
 
     bool ok() const { return value.has_value(); }
     // The error's user-visible text, or an empty string if the task succeeded.
-    QString errorText() const;
+    QString errorText() const { return error ? describeException(error) : QString(); }
 };
 
 struct Unit
 {
 };
-
-QString describeException(std::exception_ptr error);
-
-template <typename T> QString Outcome<T>::errorText() const
-{
-    return error ? describeException(error) : QString();
-}
 
 template <typename T> Outcome<T> runTask(QCoro::Task<T> task, int timeoutMs = 60000)
 {
@@ -48,21 +43,9 @@ template <typename T> Outcome<T> runTask(QCoro::Task<T> task, int timeoutMs = 60
     return outcome;
 }
 
+QCoro::Task<Unit> asUnit(QCoro::Task<void> task);
+
 inline Outcome<Unit> runVoidTask(QCoro::Task<void> task, int timeoutMs = 60000)
 {
-    Outcome<Unit> outcome;
-    bool done = false;
-    auto wrapper = [&]() -> QCoro::Task<void> {
-        try {
-            co_await std::move(task);
-            outcome.value = Unit{};
-        } catch (...) {
-            outcome.error = std::current_exception();
-        }
-        done = true;
-    };
-    auto running = wrapper();
-    if (!QTest::qWaitFor([&] { return done; }, timeoutMs))
-        qFatal("a task did not finish within %d ms", timeoutMs);
-    return outcome;
+    return runTask(asUnit(std::move(task)), timeoutMs);
 }

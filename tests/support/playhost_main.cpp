@@ -1,42 +1,23 @@
-// vantro-playhost: the model without a window, for tests that kill a launcher in
-// the middle of a first Play.
-//
-//   vantro-playhost ENGINE_ENDPOINT GAME_ARCHIVE_URL
-//
-// Presses Play once and prints every state ("state: <title>") and log line
-// ("log: <line>") as it happens, then "done: <title>" when the pipeline has ended.
-// SIGTERM quits it the way the launcher quits.
+// vantro-playhost ENGINE_ENDPOINT GAME_ARCHIVE_URL: the model without a window, for
+// the tests that kill a launcher in the middle of a first Play. Presses Play once and
+// prints every state ("state: <title>") and log line ("log: <line>") as it happens,
+// then "done: <title>" when the pipeline has ended.
 #include "app/appmodel.h"
 
 #include <QCoreApplication>
-#include <QSocketNotifier>
 #include <QTimer>
 
-#include <csignal>
-#include <cstdio>
-#include <unistd.h>
+#include <QTextStream>
 
 using namespace Qt::StringLiterals;
-
-namespace {
-int quitPipe[2];
-
-void say(const QString &line)
-{
-    std::fputs(qPrintable(line + u'\n'), stdout);
-    std::fflush(stdout);
-}
-} // namespace
 
 int main(int argc, char *argv[])
 {
     QCoreApplication app(argc, argv);
     QCoreApplication::setOrganizationName(u"Vantro"_s);
     QCoreApplication::setApplicationName(u"Vantro 3D"_s);
-    if (argc != 3) {
-        std::fputs("usage: vantro-playhost ENGINE_ENDPOINT GAME_ARCHIVE_URL\n", stderr);
+    if (argc != 3)
         return 2;
-    }
     AppModel::Config config;
     config.engineEndpoint = QString::fromLocal8Bit(argv[1]);
     config.gameArchiveUrl = QString::fromLocal8Bit(argv[2]);
@@ -44,24 +25,19 @@ int main(int argc, char *argv[])
     config.settleDelay = std::chrono::milliseconds(20);
     config.stopGrace = std::chrono::milliseconds(500);
     AppModel model(config);
+    QTextStream out(stdout);
+    const auto say = [&out](const QString &line) { out << line << Qt::endl; };
     QObject::connect(&model, &AppModel::stateChanged, &model,
-                     [&model] { say(u"state: "_s + model.stateTitle()); });
+                     [&] { say(u"state: "_s + model.stateTitle()); });
     qsizetype shown = 0;
-    QObject::connect(model.log(), &LogStore::linesChanged, &model, [&model, &shown] {
+    QObject::connect(model.log(), &LogStore::linesChanged, &model, [&] {
         const QStringList &lines = model.log()->lines();
         for (shown = std::min(shown, lines.size()); shown < lines.size(); ++shown)
             say(u"log: "_s + lines.at(shown));
     });
-    // A signal handler may only write; the quit itself happens on the event loop.
-    if (::pipe(quitPipe) != 0)
-        return 2;
-    std::signal(SIGTERM, [](int) { [[maybe_unused]] auto n = ::write(quitPipe[1], "q", 1); });
-    QSocketNotifier quitRequest(quitPipe[0], QSocketNotifier::Read);
-    QObject::connect(&quitRequest, &QSocketNotifier::activated, &app, &QCoreApplication::quit);
-    QObject::connect(&app, &QCoreApplication::aboutToQuit, &model, &AppModel::shutDown);
     model.play();
     QTimer poll;
-    QObject::connect(&poll, &QTimer::timeout, &model, [&model] {
+    QObject::connect(&poll, &QTimer::timeout, &model, [&] {
         if (!model.isWorking()) {
             say(u"done: "_s + model.stateTitle());
             QCoreApplication::quit();

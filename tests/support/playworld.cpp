@@ -33,15 +33,19 @@ AppModel::Config PlayWorld::serve(TestHttpServer &server, const QString &workDir
     const QString build = workDir + u"/engine-src"_s;
     const QString program = build + u"/Godot_v4.3-stable_linux.x86_64"_s;
     TestEnv::writeFile(program, TestEnv::readFile(fakeEngine(engine)), true);
-    TestEnv::writeFile(build + u"/common.sh"_s, TestEnv::readFile(fakeEngine(u"common.sh"_s)));
     if (enginePadding > 0)
         TestEnv::writeFile(build + u"/data.pck"_s, noise(enginePadding));
     const QString zip = workDir + u"/Godot_v4.3-stable_linux.x86_64.zip"_s;
     TestEnv::zipFolder(build, zip);
     const QString digest = TestEnv::toolOutput(u"sha512sum"_s, {zip}).section(u' ', 0, 0);
 
-    server.setRoute(QString::fromLatin1(gamePath), TestHttpServer::file(workDir + u"/game.zip"_s));
-    server.setRoute(QString::fromLatin1(enginePath), TestHttpServer::file(zip));
+    for (const auto &[path, file] :
+         {std::pair{gamePath, QString(workDir + u"/game.zip"_s)}, {enginePath, zip}}) {
+        TestHttpServer::Route route = TestHttpServer::file(file);
+        route.dripBytesPerChunk = dripBytes;
+        route.dripDelayMs = dripDelayMs;
+        server.setRoute(QString::fromLatin1(path), route);
+    }
     TestHttpServer::Route sums;
     sums.body = (digest + u"  Godot_v4.3-stable_linux.x86_64.zip\n"_s).toUtf8();
     server.setRoute(u"/releases/4.3-stable/SHA512-SUMS.txt"_s, sums);

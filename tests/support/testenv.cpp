@@ -8,6 +8,7 @@
 #include <QTest>
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 using namespace Qt::StringLiterals;
@@ -36,9 +37,9 @@ TestEnv::~TestEnv()
     qputenv("TMPDIR", m_oldTmp);
 }
 
-QStringList TestEnv::tmpEntries() const
+QStringList TestEnv::entries(const QString &folder)
 {
-    return QDir(tmp()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden);
+    return QDir(folder).entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden);
 }
 
 void TestEnv::writeFile(const QString &path, const QByteArray &content, bool executable)
@@ -53,13 +54,33 @@ void TestEnv::writeFile(const QString &path, const QByteArray &content, bool exe
                             QFileDevice::ExeOther);
 }
 
+void TestEnv::build(const QString &base, const QStringList &entries)
+{
+    for (const QString &entry : entries) {
+        qsizetype arrow = entry.indexOf(u"->"_s);
+        const qsizetype equals = entry.indexOf(u'=');
+        if (equals > 0 && arrow > equals)
+            arrow = -1; // part of the text
+        const bool executable = equals < 0 && arrow < 0 && entry.endsWith(u'*');
+        const qsizetype end = arrow > 0 ? arrow : equals > 0 ? equals : entry.size() - executable;
+        const QString path = base + u'/' + entry.first(end);
+        const QString text = equals > 0 ? entry.sliced(equals + 1) : QString();
+        QDir().mkpath(entry.endsWith(u'/') ? path : QFileInfo(path).path());
+        if (arrow > 0)
+            QFile::link(entry.sliced(arrow + 2), path);
+        else if (text == u"<fifo>"_s)
+            ::mkfifo(QFile::encodeName(path).constData(), 0600);
+        else if (!entry.endsWith(u'/'))
+            writeFile(path, text == u"<not UTF-8>"_s ? "\xff\xfe" : text.toUtf8(), executable);
+        if (text == u"<huge>"_s)
+            QFile(path).resize(5 * 1024 * 1024);
+    }
+}
+
 void TestEnv::touchRaw(const QByteArray &path)
 {
     QDir().mkpath(QFile::decodeName(path.left(path.lastIndexOf('/'))));
-    const int fd = ::open(path.constData(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-    if (fd < 0)
-        qFatal("cannot write %s", path.constData());
-    ::close(fd);
+    ::close(::open(path.constData(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644));
 }
 
 QByteArray TestEnv::readFile(const QString &path)
@@ -68,18 +89,15 @@ QByteArray TestEnv::readFile(const QString &path)
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
 
-static void runTool(const QString &program, const QStringList &arguments, const QString &workDir,
-                    bool rawNames = false)
+// In the C locale names are stored as the bytes given, without the zip's UTF-8 flag,
+// as old archivers do; bytes that are not UTF-8 then reach the unpacker.
+static void runTool(const QString &program, const QStringList &arguments, const QString &workDir)
 {
     QProcess tool;
     tool.setWorkingDirectory(workDir);
-    // In the C locale names are stored as the bytes given, without the zip's UTF-8
-    // flag, as old archivers do; bytes that are not UTF-8 then reach the unpacker.
-    if (rawNames) {
-        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-        environment.insert(u"LC_ALL"_s, u"C"_s);
-        tool.setProcessEnvironment(environment);
-    }
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert(u"LC_ALL"_s, u"C"_s);
+    tool.setProcessEnvironment(environment);
     tool.start(program, arguments);
     if (!tool.waitForFinished(60000) || tool.exitCode() != 0)
         qFatal("%s failed: %s", qPrintable(program), tool.readAllStandardError().constData());
@@ -97,8 +115,8 @@ void TestEnv::zipMtree(const QString &mtree, const QString &workDir, const QStri
     writeFile(workDir + u"/entries.mtree"_s, mtree.toUtf8());
     QFile::remove(zip);
     runTool(u"/usr/bin/bsdtar"_s,
-            {u"-c"_s, u"--format"_s, u"zip"_s, u"-P"_s, u"-f"_s, zip, u"@entries.mtree"_s}, workDir,
-            true);
+            {u"-c"_s, u"--format"_s, u"zip"_s, u"-P"_s, u"-f"_s, zip, u"@entries.mtree"_s},
+            workDir);
 }
 
 QString TestEnv::toolOutput(const QString &program, const QStringList &arguments)
