@@ -181,10 +181,7 @@ void TestNetwork::fetches()
             .replace(u"{proxy}"_s, port(*m_proxy))
             .replace(u"{refusing}"_s, port(*m_refusing));
     };
-    std::list<ScopedEnv> variables;
-    for (const QString &assignment : fill(environment).split(u' ', Qt::SkipEmptyParts))
-        variables.emplace_back(assignment.section(u'=', 0, 0).toLatin1().constData(),
-                               assignment.section(u'=', 1).toLatin1());
+    const ScopedEnv variables(fill(environment).split(u' ', Qt::SkipEmptyParts).join(u" | "_s));
 
     TestEnv env;
     TestHttpServer server(Tls(tls), host);
@@ -262,7 +259,7 @@ void TestNetwork::firstPlayOverHttps()
     game.chunked = true;
     server.setRoute(QString::fromLatin1(PlayWorld::gamePath), game);
 
-    ScopedEnv run("FAKE_RUN_SECONDS", "0.8");
+    ScopedEnv run(u"FAKE_RUN_SECONDS=0.8"_s);
     QStringList gameProgress;
     bool fraction = false;
     AppModel model(config);
