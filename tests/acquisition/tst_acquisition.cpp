@@ -15,6 +15,7 @@
 
 #include <QDir>
 #include <QProcess>
+#include <QRandomGenerator>
 #include <QRegularExpression>
 #include <QScopeGuard>
 #include <QTest>
@@ -340,6 +341,7 @@ private Q_SLOTS:
         endless.dripBytesPerChunk = 64 * 1024;
         const Route own = body({}, 0);
         QTest::newRow("nothing there") << QString() << own << QString() << true;
+        QTest::newRow("far larger than the hash may lag") << u"big"_s << own << QString() << true;
         QTest::newRow("files where the build and its staging belong")
             << u"files"_s << own << QString() << true;
         QTest::newRow("old build and leftovers with names that are not UTF-8")
@@ -380,7 +382,9 @@ private Q_SLOTS:
 
         TestEnv env;
         TestHttpServer server;
-        const QString zip = serveRelease(env, server, fault != u"noExecutable");
+        // A big one makes the download wait for its hash now and then.
+        const QString zip =
+            serveRelease(env, server, fault != u"noExecutable", fault == u"big" ? 60'000'000 : 14);
         if (fault == u"corrupt") {
             TestEnv::writeFile(zip, "PK\x03\x04 this is not really a zip archive at all");
             server.setRoute(listPath, body((sha512sum(zip) + u"  "_s + zipName).toUtf8()));
@@ -426,11 +430,14 @@ private Q_SLOTS:
 
 private:
     // An engine release as the engine project publishes it: its zip and checksum list.
-    static QString serveRelease(const TestEnv &env, TestHttpServer &server, bool runnable = true)
+    static QString serveRelease(const TestEnv &env, TestHttpServer &server, bool runnable = true,
+                                qint64 size = 14)
     {
         const QString folder = env.root() + u"/release-src"_s;
         TestEnv::writeFile(folder + u"/Godot_v4.3-stable_linux.x86_64"_s, release, runnable);
-        TestEnv::writeFile(folder + u"/README.txt"_s, "not the engine");
+        QByteArray noise(size, Qt::Uninitialized); // that no zip can shrink
+        QRandomGenerator(7).fillRange(reinterpret_cast<quint32 *>(noise.data()), size / 4);
+        TestEnv::writeFile(folder + u"/README.txt"_s, noise);
         const QString zip = env.root() + u"/release/"_s + zipName;
         TestEnv::zipFolder(folder, zip);
         server.setRoute(zipPath, TestHttpServer::file(zip));
