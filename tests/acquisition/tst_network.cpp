@@ -18,13 +18,8 @@ using namespace Qt::StringLiterals;
 using Tls = TestHttpServer::Tls;
 
 namespace {
-QByteArray payload(int size)
-{
-    QByteArray bytes(size, Qt::Uninitialized);
-    for (int i = 0; i < size; ++i)
-        bytes[i] = char('a' + i % 26);
-    return bytes;
-}
+// Lines that a framing error or a lost piece would show as a wrong body.
+const QByteArray payload = QByteArray("0123456789abcde\n").repeated(18750);
 
 // Qt never sends "localhost" or a loopback address through a proxy, so the rows
 // that the proxy must see ask for the machine by its own name.
@@ -81,7 +76,7 @@ void TestNetwork::fetches_data()
     QTest::addColumn<QString>("outcome");
 
     TestHttpServer::Route plain;
-    plain.body = payload(300000);
+    plain.body = payload;
     TestHttpServer::Route reset = plain;
     reset.resetAfterBytes = 100000;
     TestHttpServer::Route sums;
@@ -136,10 +131,6 @@ void TestNetwork::fetches_data()
 
     QTest::newRow("checksum list through the proxy")
         << u"checksum"_s << valid << machine << sums << none << viaProxy << true << digest;
-    QTest::newRow("checksum list, expired certificate")
-        << u"checksum"_s << int(Tls::Expired) << local << sums << none << none << false
-        << u"Could not get the engine checksum list: the secure connection to 127.0.0.1 could "
-           u"not be verified (the certificate has expired)."_s;
     QTest::newRow("checksum list, refusing proxy")
         << u"checksum"_s << valid << machine << sums << none << u"https_proxy=http://{refusing}"_s
         << false << u"Could not get the engine checksum list: "_s + refused;
@@ -197,7 +188,7 @@ void TestNetwork::fetches()
         }));
         if (!got.ok())
             result = got.errorText();
-        else if (TestEnv::readFile(*got.value) != payload(300000))
+        else if (TestEnv::readFile(*got.value) != payload)
             result = u"wrong content"_s;
         else
             result = u"whole file, "_s + QString::number(written) + u" "_s +
