@@ -1,8 +1,10 @@
 // The floor for a Qt Quick window on this machine: one line of text and nothing else.
 // bench_startup starts it beside the real program and divides their first frames.
+// With --button it shows one push button of the program's style instead.
 
 #include <QGuiApplication>
 #include <QQmlApplicationEngine>
+#include <QQuickStyle>
 #include <QQuickWindow>
 #include <QUrl>
 
@@ -16,7 +18,11 @@ int main(int argc, char *argv[])
         QQuickWindow::setGraphicsApi(QSGRendererInterface::Software);
     QGuiApplication app(argc, argv);
     QQmlApplicationEngine engine;
-    engine.load(QUrl(u"qrc:/BareWindow/BareWindow.qml"_s));
+    const bool button = app.arguments().contains(u"--button"_s);
+    if (button)
+        QQuickStyle::setStyle(u"Fusion"_s);
+    engine.load(
+        QUrl(button ? u"qrc:/BareWindow/BareButton.qml"_s : u"qrc:/BareWindow/BareWindow.qml"_s));
     if (engine.rootObjects().isEmpty())
         return 1;
     return QGuiApplication::exec();

@@ -1,6 +1,7 @@
 // Start of the real program under Xvfb: the time to the main window's first rendered
 // frame and the resident memory 5 s after start, against a bare Qt Quick window that
-// shows one line of text (vantro-bare-window, the floor for this toolkit here) and
+// shows one line of text (vantro-bare-window, the floor for this toolkit here), the
+// same window with one Fusion button (what Qt Quick Controls alone cost), and
 // against the program on Qt Quick's default OpenGL scene graph, all on one X server.
 // For scale, a Python/GTK launcher of the same kind needs about 920 ms and 115 MB
 // on this machine.
@@ -91,8 +92,8 @@ struct Run
 // render loop's timing line, which any Qt Quick window prints alike, so the bare
 // window needs no code of its own to report it. Without `waitForRss` the program is
 // ended right after that frame.
-Run startOnce(const QString &program, const QString &display, const QString &backend,
-              bool waitForRss = true)
+Run startOnce(const QString &program, const QStringList &arguments, const QString &display,
+              const QString &backend, bool waitForRss = true)
 {
     QTemporaryDir home;
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
@@ -114,7 +115,7 @@ Run startOnce(const QString &program, const QString &display, const QString &bac
     launcher.setReadChannel(QProcess::StandardError);
     QElapsedTimer clock;
     clock.start();
-    launcher.start(program, {});
+    launcher.start(program, arguments);
     if (!launcher.waitForStarted())
         throw Failure{u"cannot start "_s + program};
     QByteArray seen;
@@ -153,16 +154,17 @@ int main(int argc, char **argv)
         const QString display = xvfb.display();
         // Any backend name but "software" leaves Qt Quick on its default, OpenGL, scene
         // graph; the bare window runs on the software one, as the program does.
-        auto start = [&display](const QString &which, const QString &backend, bool rss) {
-            return [&display, which, backend, rss] {
-                const Run run = startOnce(which, display, backend, rss);
+        auto start = [&display](const QString &which, const QString &backend, bool rss,
+                                const QStringList &arguments = {}) {
+            return [&display, which, backend, rss, arguments] {
+                const Run run = startOnce(which, arguments, display, backend, rss);
                 return rss ? run.rssMb : run.firstFrameMs;
             };
         };
         // The uncounted round reads the programs' libraries from disk.
-        const auto [frame, bareFrame, openglFrame] =
-            interleavedRounds(frameRounds, 1, start(program, u"software"_s, false),
-                              start(bare, u"software"_s, false), start(program, u"rhi"_s, false));
+        const auto [frame, bareFrame, buttonFrame, openglFrame] = interleavedRounds(
+            frameRounds, 1, start(program, u"software"_s, false), start(bare, u"software"_s, false),
+            start(bare, u"software"_s, false, {u"--button"_s}), start(program, u"rhi"_s, false));
         const auto [rss, bareRss, openglRss] =
             interleavedRounds(rssRounds, 0, start(program, u"software"_s, true),
                               start(bare, u"software"_s, true), start(program, u"rhi"_s, true));
@@ -176,6 +178,10 @@ int main(int argc, char **argv)
                     qPrintable(vsBare.rounds(2)));
         std::printf("startup_bare_window_first_frame_ms: %.0f\n", Samples(bareFrame).median());
         std::printf("startup_bare_window_rss_5s_mb: %.1f\n", Samples(bareRss).median());
+        // No goal: how much of the bare window's margin Qt Quick Controls alone takes.
+        std::printf("startup_one_fusion_button_vs_bare_window: %.2f (%s)\n",
+                    ratios(Samples(buttonFrame), Samples(bareFrame)).median(),
+                    qPrintable(ratios(Samples(buttonFrame), Samples(bareFrame)).rounds(2)));
         std::printf("startup_first_frame_opengl_ms: %.0f (software/opengl %.2f)\n",
                     Samples(openglFrame).median(),
                     ratios(Samples(frame), Samples(openglFrame)).median());
