@@ -40,6 +40,10 @@ Sheet {
             bottomMargin: 10
             clip: true
             model: logText
+            // A flood that replaces every line between two frames makes the view
+            // start over: it then refills the lines it had instead of making new ones,
+            // so that a frame costs the same whatever the flood's pace.
+            reuseItems: true
             boundsBehavior: Flickable.StopAtBounds
             ScrollBar.vertical: ScrollBar {
                 policy: lines.contentHeight > lines.height ? ScrollBar.AlwaysOn
@@ -84,6 +88,8 @@ Sheet {
                 onSelectionToChanged: showSelection()
                 onCaretChanged: showSelection()
                 Component.onCompleted: showSelection()
+                // Its new line's selection, which may hold the same numbers as the old.
+                ListView.onReused: showSelection()
                 function showSelection() {
                     if (selectionFrom >= 0 && selectionTo > selectionFrom) {
                         // The caret ends the selection on its own line.
