@@ -8,8 +8,10 @@
 #include "process/logstore.h"
 #include "testenv.h"
 
+#include <QCoreApplication>
 #include <QElapsedTimer>
 #include <QGuiApplication>
+#include <QProcess>
 #include <QQmlApplicationEngine>
 #include <QQuickItem>
 #include <QQuickStyle>
@@ -30,7 +32,7 @@ namespace {
 constexpr int lineCount = 1000000;
 // A flood lasts about half a second, and its longest gap is one extreme of it: the
 // median needs a good number of them to hold still.
-constexpr int rounds = 9;
+constexpr int rounds = 15;
 const QString child = u"awk 'BEGIN{for(i=0;i<%1;i++) printf \"line %07d the quick brown fox "
                       u"jumps over the lazy dog %d\\n\", i, i}'"_s.arg(lineCount);
 
@@ -117,14 +119,14 @@ Flood flood(LogStore *log, QQuickWindow *logWindow, bool selecting)
         throw Failure{u"the window did not show the last line"_s};
     return result;
 }
-} // namespace
+// One window's floods, in a process of its own: after one flood that lays out the
+// window's first lines, one that counts, printed as "ns gap frame frames". A window
+// settles into one rhythm of frames for its whole life, which a round in a fresh
+// process draws anew, so that the median over rounds holds from one run to the next.
+const char *const floodOption = "--flood";
 
-int main(int argc, char **argv)
+int floodAlone(bool selecting)
 {
-    // The program's own scene graph (see main.cpp).
-    if (qEnvironmentVariableIsEmpty("QT_QUICK_BACKEND"))
-        QQuickWindow::setGraphicsApi(QSGRendererInterface::Software);
-    QGuiApplication app(argc, argv);
     TestEnv env;
     QQuickStyle::setStyle(u"Fusion"_s);
     AppModel model{AppModel::Config{}};
@@ -135,16 +137,49 @@ int main(int argc, char **argv)
     auto *main = qobject_cast<QQuickWindow *>(engine.rootObjects().value(0));
     if (!main)
         return 1;
+    QQuickWindow *logWindow = openLogWindow(main);
+    flood(model.log(), logWindow, selecting);
+    const Flood counted = flood(model.log(), logWindow, selecting);
+    std::printf("%lld %.3f %.3f %d\n", static_cast<long long>(counted.ns), counted.longestGapMs,
+                counted.longestFrameMs, counted.frames);
+    return 0;
+}
+
+Flood floodInAProcess(bool selecting)
+{
+    QProcess child;
+    child.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    QStringList arguments{QString::fromLatin1(floodOption)};
+    if (selecting)
+        arguments << u"selecting"_s;
+    child.start(QCoreApplication::applicationFilePath(), arguments);
+    if (!child.waitForFinished(120000) || child.exitStatus() != QProcess::NormalExit ||
+        child.exitCode() != 0)
+        throw Failure{u"a flood failed (exit code %1)"_s.arg(child.exitCode())};
+    const QByteArrayList fields = child.readAllStandardOutput().trimmed().split(' ');
+    if (fields.size() != 4)
+        throw Failure{u"a flood reported nothing"_s};
+    return {fields[0].toLongLong(), fields[1].toDouble(), fields[2].toDouble(), fields[3].toInt()};
+}
+} // namespace
+
+int main(int argc, char **argv)
+{
+    const bool oneFlood = argc >= 2 && qstrcmp(argv[1], floodOption) == 0;
+    // The program's own scene graph (see main.cpp).
+    if (oneFlood && qEnvironmentVariableIsEmpty("QT_QUICK_BACKEND"))
+        QQuickWindow::setGraphicsApi(QSGRendererInterface::Software);
+    QGuiApplication app(argc, argv);
     try {
-        QQuickWindow *logWindow = openLogWindow(main);
+        if (oneFlood)
+            return floodAlone(argc == 3);
         auto pipe = [] {
             return timedRunWaiting(child + u" | cat > /dev/null"_s, [](const QString &) {});
         };
-        auto launcher = [&] { return flood(model.log(), logWindow, false); };
-        // The uncounted round lays out the window's first lines.
-        const auto [floods, pipes] = interleavedRounds(rounds, 1, launcher, pipe);
-        auto selecting = [&] { return flood(model.log(), logWindow, true); };
-        const auto [held, heldPipes] = interleavedRounds(rounds, 1, selecting, pipe);
+        auto launcher = [] { return floodInAProcess(false); };
+        auto selecting = [] { return floodInAProcess(true); };
+        const auto [floods, pipes] = interleavedRounds(rounds, 0, launcher, pipe);
+        const auto [held, heldPipes] = interleavedRounds(rounds, 0, selecting, pipe);
         const Samples gaps = samplesOf(floods, &Flood::longestGapMs);
         const Samples vsPipe = ratios(samplesOf(floods, &Flood::ns), Samples(pipes));
         std::printf("logview_longest_frame_gap_ms: %.1f (goal < 50; %s)\n", gaps.median(),
