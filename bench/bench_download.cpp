@@ -35,7 +35,7 @@ using namespace Qt::StringLiterals;
 namespace {
 constexpr qint64 fileBytes = 1000000000;
 constexpr qint64 blockBytes = 1024 * 1024;
-constexpr int rounds = 5;
+constexpr int rounds = 9;
 constexpr int timeoutMs = 10 * 60 * 1000;
 
 QByteArray readRange(const QString &path, qint64 offset, qint64 size)
