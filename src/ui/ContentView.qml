@@ -297,25 +297,42 @@ ScrollView {
         }
     }
 
+    // The sheets load by address when first opened: the window's first frame then
+    // waits for none of their types.
     Loader {
+        id: settingsSheet
         objectName: "settingsSheet"
         active: view.showSettings
-        sourceComponent: SettingsView {
-            onClosing: view.showSettings = false
+        source: "SettingsView.qml"
+    }
+    Connections {
+        target: settingsSheet.item
+        function onClosing() {
+            view.showSettings = false;
         }
     }
     Loader {
+        id: aboutSheet
         objectName: "aboutSheet"
         active: view.showAbout
-        sourceComponent: AboutView {
-            onClosing: view.showAbout = false
+        source: "AboutView.qml"
+    }
+    Connections {
+        target: aboutSheet.item
+        function onClosing() {
+            view.showAbout = false;
         }
     }
     Loader {
+        id: logSheet
         objectName: "logSheet"
         active: view.showLog
-        sourceComponent: LogView {
-            onClosing: view.showLog = false
+        source: "LogView.qml"
+    }
+    Connections {
+        target: logSheet.item
+        function onClosing() {
+            view.showLog = false;
         }
     }
 }
