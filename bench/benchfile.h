@@ -5,6 +5,7 @@
 #include <QString>
 
 #include <algorithm>
+#include <unistd.h>
 
 /** A benchmark's own failure (not a missed goal): the run stops with this text. */
 struct Failure
@@ -30,6 +31,10 @@ inline void makeRandomFile(const QString &path, qint64 bytes)
             throw Failure{QStringLiteral("cannot write ") + path + QStringLiteral(": ") +
                           file.errorString()};
     }
+    // On the disk before any round starts: the system writing a gigabyte back in the
+    // background would slow whichever side happens to run meanwhile.
+    if (!file.flush() || ::fsync(file.handle()) != 0)
+        throw Failure{QStringLiteral("cannot write ") + path};
 }
 
 /** Throughput in MB/s (decimal) of `bytes` moved in `ns` nanoseconds. */
