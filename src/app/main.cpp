@@ -58,13 +58,15 @@ int main(int argc, char *argv[])
     engine.load(QUrl(QString::fromLatin1(mainWindowUrl)));
 
     // The size estimate asks the servers once the window shows: nothing of the network
-    // stands between the player and the first frame.
+    // stands between the player and the first frame. Queued: the render loop announces
+    // a swapped frame before it has finished with it, and the first request loads the
+    // TLS backend, which took several milliseconds inside the first frame.
     if (auto *window = engine.rootObjects().isEmpty()
                            ? nullptr
                            : qobject_cast<QQuickWindow *>(engine.rootObjects().first())) {
         QObject::connect(
             window, &QQuickWindow::frameSwapped, model, [model] { model->loadSizeEstimate(); },
-            Qt::SingleShotConnection);
+            Qt::ConnectionType(Qt::SingleShotConnection | Qt::QueuedConnection));
     }
 
     QObject::connect(&instance, &SingleInstance::activationRequested, &engine, [&engine] {

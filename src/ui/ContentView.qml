@@ -96,33 +96,13 @@ ScrollView {
                 width: parent.width
                 spacing: 6
                 visible: ViewRules.progressStyle !== ""
-                // Made only while shown: the window's first frame needs neither.
+                // Made only while shown, and read by address: the window's first frame
+                // needs neither type.
                 Loader {
                     anchors.horizontalCenter: parent.horizontalCenter
-                    active: ViewRules.progressStyle === "spinner"
+                    active: ViewRules.progressStyle !== ""
                     visible: active
-                    sourceComponent: BusyIndicator {
-                        objectName: "spinner"
-                        implicitWidth: 44
-                        implicitHeight: 44
-                        running: true
-                        readonly property color shade: ViewRules.legible(view.palette.highlight,
-                                                                         view.palette.window, 3)
-                        palette.text: shade
-                        Accessible.name: AppModel.progressText !== "" ? AppModel.progressText
-                                                                      : AppModel.stateTitle
-                    }
-                }
-                Loader {
-                    anchors.horizontalCenter: parent.horizontalCenter
-                    active: ViewRules.progressStyle === "bar"
-                    visible: active
-                    sourceComponent: ProgressBar {
-                        objectName: "progressBar"
-                        width: 300
-                        value: AppModel.progress !== undefined ? AppModel.progress : 0
-                        Accessible.name: AppModel.stateTitle
-                    }
+                    source: "Progress.qml"
                 }
                 Secondary {
                     objectName: "progressText"
@@ -197,10 +177,7 @@ ScrollView {
             width: parent.width
             active: AppModel.failureReport !== undefined
             visible: active
-            sourceComponent: FailureBox {
-                objectName: "failureBox"
-                report: AppModel.failureReport !== undefined ? AppModel.failureReport : ""
-            }
+            source: "FailureBox.qml"
         }
 
         Rectangle {

@@ -6,7 +6,8 @@ import Vantro
 // inside its box, so that "Copy" and what follows stay near.
 Rectangle {
     id: box
-    property string report
+    objectName: "failureBox"
+    readonly property string report: AppModel.failureReport !== undefined ? AppModel.failureReport : ""
 
     radius: 10
     color: Qt.rgba(1, 0.58, 0, 0.15)

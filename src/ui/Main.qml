@@ -30,22 +30,27 @@ ApplicationWindow {
         anchors.fill: parent
     }
 
-    // Made when first asked: most windows close without it.
+    // Made when first asked, and read by address: most windows close without it.
     Loader {
         id: quitGuard
+        objectName: "quitGuardLoader"
         active: false
         anchors.fill: parent
-        sourceComponent: Confirmation {
-            objectName: "quitGuard"
-            title: "The game is still running"
-            message: "Quitting will close the game too."
-            confirmText: "Quit and close the game"
-            cancelText: "Keep playing"
-            onConfirmed: {
-                AppModel.stopGame();
-                window.quitAnswered = true;
-                window.close();
-            }
+        source: "Confirmation.qml"
+        onLoaded: {
+            item.objectName = "quitGuard";
+            item.title = "The game is still running";
+            item.message = "Quitting will close the game too.";
+            item.confirmText = "Quit and close the game";
+            item.cancelText = "Keep playing";
+        }
+    }
+    Connections {
+        target: quitGuard.item
+        function onConfirmed() {
+            AppModel.stopGame();
+            window.quitAnswered = true;
+            window.close();
         }
     }
 }

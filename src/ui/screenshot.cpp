@@ -153,8 +153,12 @@ int main(int argc, char *argv[])
                 target = qobject_cast<QQuickWindow *>(w);
         if (dark && target != window)
             applyDarkPalette(target);
-        if (!shown.question.isEmpty())
-            QMetaObject::invokeMethod(target->findChild<QObject *>(shown.question), "open");
+        if (shown.question.isEmpty())
+            return;
+        // A question made on first use is asked for through its loader.
+        if (auto *loader = target->findChild<QObject *>(shown.question + u"Loader"_s))
+            loader->setProperty("active", true);
+        QMetaObject::invokeMethod(target->findChild<QObject *>(shown.question), "open");
     });
     QTimer::singleShot(500, &app, [&] {
         const QImage image = target->grabWindow();
