@@ -7,7 +7,8 @@ import Vantro
 Rectangle {
     id: box
     objectName: "failureBox"
-    readonly property string report: AppModel.failureReport !== undefined ? AppModel.failureReport : ""
+    readonly property string report: AppModel.failureReport !== undefined
+                                     ? AppModel.failureReport : ""
 
     radius: 10
     color: Qt.rgba(1, 0.58, 0, 0.15)

@@ -15,7 +15,7 @@ Item {
         running: visible
         anchors.fill: parent
         readonly property color shade: ViewRules.legible(progress.palette.highlight,
-                                                             progress.palette.window, 3)
+                                                         progress.palette.window, 3)
         palette.text: shade
         Accessible.name: AppModel.progressText !== "" ? AppModel.progressText : AppModel.stateTitle
     }
