@@ -114,6 +114,65 @@ Platform hostPlatform()
 #endif
 }
 
+namespace {
+
+constexpr QStringView kGodot3Version = u"3.5.3-stable";
+// The oldest Godot 4 release offered, and the one for a project that names none.
+constexpr QStringView kOldestGodot4Minor = u"3";
+
+bool isAsciiDigit(QChar c)
+{
+    return c >= u'0' && c <= u'9';
+}
+
+// A Godot 4 minor version the catalogue offers: plain decimal without a leading zero,
+// so that a release has one tag, and at most three digits, since no longer number is
+// a release and it would only make a long folder name.
+bool isOfferedMinor(QStringView minor)
+{
+    if (minor.isEmpty() || minor.size() > 3 || minor[0] == u'0')
+        return false;
+    for (QChar c : minor) {
+        if (!isAsciiDigit(c))
+            return false;
+    }
+    return minor.toInt() >= kOldestGodot4Minor.toInt();
+}
+
+// The N of the first quoted "4.N" element of a features list that names a release on
+// offer. The editor requires its own major.minor version among a project's features
+// and saves it that way; a patch version ("4.4.1") appears only when added by hand,
+// and then beside it.
+std::optional<QStringView> namedGodot4Minor(QStringView features)
+{
+    const QStringView opening = u"\"4.";
+    for (qsizetype at = features.indexOf(opening); at >= 0;
+         at = features.indexOf(opening, at + 1)) {
+        const qsizetype begin = at + opening.size();
+        qsizetype end = begin;
+        while (end < features.size() && isAsciiDigit(features[end]))
+            ++end;
+        const QStringView minor = features.sliced(begin, end - begin);
+        if (end < features.size() && features[end] == u'"' && isOfferedMinor(minor))
+            return minor;
+    }
+    return std::nullopt;
+}
+
+// Whether spec() may choose a build of this release tag.
+bool isCatalogueVersion(QStringView tag)
+{
+    const QStringView prefix = u"4.";
+    const QStringView suffix = u"-stable";
+    if (tag == kGodot3Version)
+        return true;
+    return tag.size() > prefix.size() + suffix.size() && tag.startsWith(prefix) &&
+           tag.endsWith(suffix) &&
+           isOfferedMinor(tag.sliced(prefix.size(), tag.size() - prefix.size() - suffix.size()));
+}
+
+} // namespace
+
 EngineSpec spec(const ProjectInfo &info)
 {
     return spec(info, hostPlatform());
@@ -121,7 +180,9 @@ EngineSpec spec(const ProjectInfo &info)
 
 EngineSpec spec(const ProjectInfo &info, Platform platform)
 {
-    if (CharacterText::indexOf(info.features, u"C#") >= 0)
+    // Godot 3 names no features: its C# projects are known by the signs they leave.
+    if (CharacterText::indexOf(info.features, u"C#") >= 0 ||
+        (info.configVersion < 5 && info.dotNet))
         throw ProcessFailure(
             u"This game needs the C# (.NET) Godot build, which this app does not set up."_s);
     // Godot 3 projects say 4 and Godot 4 projects 5; anything unknown reads as a small
@@ -129,29 +190,48 @@ EngineSpec spec(const ProjectInfo &info, Platform platform)
     if (info.configVersion < 5) {
         switch (platform) {
         case Platform::LinuxX86_64:
-            return {u"3.5.3-stable"_s, u"Godot_v3.5.3-stable_x11.64.zip"_s, 3};
+            return {kGodot3Version.toString(), u"Godot_v3.5.3-stable_x11.64.zip"_s, 3};
         case Platform::LinuxArm64:
             throw ProcessFailure(
                 u"This game needs Godot 3, which has no official build for this computer's "
                 u"processor (arm64), so this app cannot set it up."_s);
         case Platform::MacOS:
-            return {u"3.5.3-stable"_s, u"Godot_v3.5.3-stable_osx.universal.zip"_s, 3};
+            return {kGodot3Version.toString(), u"Godot_v3.5.3-stable_osx.universal.zip"_s, 3};
         }
     }
+    // A project saved by a newer editor often does not open in an older one, so it
+    // gets the release it names; every release publishes its archives under the same
+    // pattern of names.
+    const QString version =
+        u"4."_s + namedGodot4Minor(info.features).value_or(kOldestGodot4Minor) + u"-stable"_s;
+    const QString archive = u"Godot_v"_s + version;
     switch (platform) {
     case Platform::LinuxX86_64:
-        return {u"4.3-stable"_s, u"Godot_v4.3-stable_linux.x86_64.zip"_s, 4};
+        return {version, archive + u"_linux.x86_64.zip"_s, 4};
     case Platform::LinuxArm64:
-        return {u"4.3-stable"_s, u"Godot_v4.3-stable_linux.arm64.zip"_s, 4};
+        return {version, archive + u"_linux.arm64.zip"_s, 4};
     case Platform::MacOS:
         break;
     }
-    return {u"4.3-stable"_s, u"Godot_v4.3-stable_macos.universal.zip"_s, 4};
+    return {version, archive + u"_macos.universal.zip"_s, 4};
 }
 
-QStringList catalogueVersions()
+QStringList catalogueVersions(const DataLayout &layout)
 {
-    return {u"3.5.3-stable"_s, u"4.3-stable"_s};
+    QStringList versions;
+    DIR *stream = ::opendir(QFile::encodeName(layout.engines()).constData());
+    if (!stream)
+        return versions;
+    const auto closeStream = qScopeGuard([stream] { ::closedir(stream); });
+    while (const dirent *entry = ::readdir(stream)) {
+        const QString name = QFile::decodeName(entry->d_name);
+        const qsizetype dot = name.lastIndexOf(u'.');
+        for (const QString &tag : {name, dot > 0 ? name.first(dot) : QString()}) {
+            if (isCatalogueVersion(tag) && !versions.contains(tag))
+                versions.append(tag);
+        }
+    }
+    return versions;
 }
 
 std::optional<QString> executable(const DataLayout &layout, const EngineSpec &spec)

@@ -40,8 +40,11 @@ EngineSpec spec(const ProjectInfo &info);
 /** The build for the project on `platform`. Throws ProcessFailure when there is none. */
 EngineSpec spec(const ProjectInfo &info, Platform platform);
 
-/** The release tags of every build the catalogue knows, on any platform. */
-QStringList catalogueVersions();
+/** The release tags of the catalogue's builds, on any platform, that an entry of the
+ *  layout's engine folder is named after: a build, or a name the layout makes from
+ *  one (its own plus one extension). The folder decides because a Godot 4 project
+ *  may name any release from 4.3 on. */
+QStringList catalogueVersions(const DataLayout &layout);
 
 /** The installed build's program, the first executable in its folder; none when the
  *  build is not (fully) installed. */

@@ -67,22 +67,19 @@ void DataFolder::sweep() const
     // Below a link the names are not ours: a user's own folder of Godot builds linked
     // in as "Engine" keeps everything in it.
     const bool enginesOurs = isRealFolder(QFile::encodeName(m_layout.engines()));
-    const QStringList versions = EngineManager::catalogueVersions();
-    for (const QString &path : m_layout.leftovers(versions)) {
-        if (enginesOurs || !path.startsWith(m_layout.engines() + u'/'))
-            removeTree(path);
-    }
+    const QStringList versions =
+        enginesOurs ? EngineManager::catalogueVersions(m_layout) : QStringList();
+    for (const QString &path : m_layout.leftovers(versions))
+        removeTree(path);
     // A previous copy is kept only until its replacement is complete.
     if (ProjectInspector::findProjectRoot(m_layout.game())) {
         removeTree(m_layout.previousGame());
         removeTree(m_layout.previousMarker());
     }
-    if (enginesOurs) {
-        for (const QString &version : versions) {
-            if (EngineManager::firstExecutable(m_layout.engine(version))) {
-                removeTree(m_layout.previousEngines());
-                break;
-            }
+    for (const QString &version : versions) {
+        if (EngineManager::firstExecutable(m_layout.engine(version))) {
+            removeTree(m_layout.previousEngines());
+            break;
         }
     }
     TempFolders::removeAbandoned();

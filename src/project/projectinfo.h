@@ -34,6 +34,7 @@ struct ProjectInfo
     Q_PROPERTY(QString features MEMBER features)
     Q_PROPERTY(QString mainScene MEMBER mainScene)
     Q_PROPERTY(bool hasSubmodules MEMBER hasSubmodules)
+    Q_PROPERTY(bool dotNet MEMBER dotNet)
     Q_PROPERTY(QString licenseName MEMBER licenseName)
     Q_PROPERTY(QString oneLiner MEMBER oneLiner)
     // QML reads the rows as a plain list of ControlLine gadgets.
@@ -46,6 +47,9 @@ public:
     QString features;
     QString mainScene;
     bool hasSubmodules = false;
+    // Signs of C# (.NET): a [mono] section in project.godot, or a ".csproj" or ".sln"
+    // file beside it. They decide for Godot 3, which names no features.
+    bool dotNet = false;
     QString licenseName;
     QString oneLiner;
     QList<ControlLine> controls;

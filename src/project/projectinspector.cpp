@@ -16,6 +16,7 @@
 #include <cstring>
 #include <dirent.h>
 #include <fcntl.h>
+#include <string_view>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -228,22 +229,95 @@ QHash<QString, QString> inputBlocks(const QString &text)
     return blocks;
 }
 
+// config_version as a number: 4 when it is missing or no integer.
+qint64 configVersionOf(const QString &text)
+{
+    const auto version = ProjectInspector::value(u"config_version"_s, text);
+    return (version ? parseInteger(*version) : std::nullopt).value_or(4);
+}
+
+// Godot 3's signs of C#: a [mono] section, or a C# project or solution file beside
+// project.godot. Only a regular file counts, as for everything read from a game.
+bool hasDotNetSigns(const QString &root, const QString &text)
+{
+    for (QStringView line : CharacterText::splitLines(text, false)) {
+        if (line == u"[mono]")
+            return true;
+    }
+    const QByteArray dir = QFile::encodeName(root);
+    DIR *stream = ::opendir(dir.constData());
+    if (!stream)
+        return false;
+    const auto closeStream = qScopeGuard([stream] { ::closedir(stream); });
+    while (const dirent *entry = ::readdir(stream)) {
+        const std::string_view name(entry->d_name);
+        if (!name.ends_with(".csproj") && !name.ends_with(".sln"))
+            continue;
+        struct stat status;
+        if (entry->d_type == DT_REG ||
+            (entry->d_type == DT_UNKNOWN &&
+             ::lstat(childPath(dir, entry->d_name).constData(), &status) == 0 &&
+             S_ISREG(status.st_mode)))
+            return true;
+    }
+    return false;
+}
+
+// The text of each object of `type` ("InputEventKey", ...) in an action block.
+QStringList objectsOf(const QString &block, QStringView type)
+{
+    const QString opening = type + u',';
+    QStringList objects;
+    for (const QString &piece : block.split(u"Object("_s)) {
+        if (piece.startsWith(opening))
+            objects.append(piece);
+    }
+    return objects;
+}
+
+// The key of a Godot 4 key event. Godot 4 writes "keycode", "physical_keycode" and
+// "key_label" in every event, 0 where unset, and matches on the first that is set.
+std::optional<qint64> godot4Key(const QString &event)
+{
+    static constexpr std::array<QStringView, 3> fields{u"keycode", u"physical_keycode",
+                                                       u"key_label"};
+    for (QStringView field : fields) {
+        // The quote before the name keeps "physical_keycode" out of "keycode".
+        const QList<QStringList> found =
+            ProjectInspector::captures(u"\""_s + field + u"\":(\\d+)"_s, event);
+        const auto code = found.isEmpty() ? std::nullopt : parseInteger(found.first().value(0));
+        if (code.value_or(0) != 0)
+            return code;
+    }
+    return std::nullopt;
+}
+
 // Keys first (each name once), then gamepad buttons, then stick directions, each in
 // the order of the block.
-QStringList inputNames(const QString &block)
+QStringList inputNames(const QString &block, ProjectInspector::Numbering numbering)
 {
     QStringList names;
-    // The quote before "scancode" keeps "physical_scancode" out.
-    for (const QStringList &groups : ProjectInspector::captures(u"\"scancode\":(\\d+)"_s, block)) {
-        const auto code = parseInteger(groups.value(0));
-        const auto name = code ? ProjectInspector::keyName(*code) : std::nullopt;
+    const auto addKey = [&](std::optional<qint64> code) {
+        const auto name = code ? ProjectInspector::keyName(*code, numbering) : std::nullopt;
         if (name && !names.contains(*name))
             names.append(*name);
+    };
+    QString buttons = block;
+    if (numbering == ProjectInspector::Numbering::Godot4) {
+        for (const QString &event : objectsOf(block, u"InputEventKey"))
+            addKey(godot4Key(event));
+        // A mouse button has a "button_index" too.
+        buttons = objectsOf(block, u"InputEventJoypadButton").join(u'\n');
+    } else {
+        // The quote before "scancode" keeps "physical_scancode" out.
+        for (const QStringList &groups :
+             ProjectInspector::captures(u"\"scancode\":(\\d+)"_s, block))
+            addKey(parseInteger(groups.value(0)));
     }
     for (const QStringList &groups :
-         ProjectInspector::captures(u"\"button_index\":(\\d+)"_s, block)) {
+         ProjectInspector::captures(u"\"button_index\":(\\d+)"_s, buttons)) {
         if (const auto index = parseInteger(groups.value(0)))
-            names.append(u"gamepad "_s + ProjectInspector::buttonName(*index));
+            names.append(u"gamepad "_s + ProjectInspector::buttonName(*index, numbering));
     }
     const QString axisPattern = u"\"axis\":(\\d+),\"axis_value\":(-?[\\d.]+)"_s;
     for (const QStringList &groups : ProjectInspector::captures(axisPattern, block)) {
@@ -286,14 +360,14 @@ ProjectInfo inspect(const QString &root)
 
     ProjectInfo info;
     info.root = root;
-    const auto version = value(u"config_version"_s, text);
-    info.configVersion = (version ? parseInteger(*version) : std::nullopt).value_or(4);
+    info.configVersion = configVersionOf(text);
     info.name =
         trimmed(value(u"config/name"_s, text).value_or(u"Zorbit"_s), isQuoteOrSpace).toString();
     info.features = value(u"config/features"_s, text).value_or(QString());
     info.mainScene =
         trimmed(value(u"run/main_scene"_s, text).value_or(QString()), isQuoteOrSpace).toString();
     info.hasSubmodules = QFileInfo::exists(root + u"/.gitmodules"_s);
+    info.dotNet = hasDotNetSigns(root, text);
     info.licenseName = licenseSummary(root);
     info.oneLiner = firstSentence(readReadme(root));
     info.controls = parseControls(text);
@@ -313,12 +387,13 @@ std::optional<QString> value(const QString &key, const QString &text)
 QList<ControlLine> parseControls(const QString &text)
 {
     const QHash<QString, QString> blocks = inputBlocks(text);
+    const Numbering numbering = configVersionOf(text) < 5 ? Numbering::Godot3 : Numbering::Godot4;
     QList<ControlLine> rows;
     for (const KnownAction &known : kKnownActions) {
         const auto block = blocks.constFind(known.action.toString());
         if (block == blocks.cend())
             continue;
-        const QStringList names = inputNames(*block);
+        const QStringList names = inputNames(*block, numbering);
         if (!names.isEmpty())
             rows.append({QUuid::createUuid(), known.label.toString(), names.join(u", "_s)});
     }
@@ -347,58 +422,53 @@ QList<QStringList> captures(const QString &pattern, const QString &text)
     return result;
 }
 
-std::optional<QString> keyName(qint64 code)
+std::optional<QString> keyName(qint64 code, Numbering numbering)
 {
     if (code >= 'A' && code <= 'Z')
         return QString(QChar(char16_t(code)));
-    switch (code) {
-    case 32:
+    if (code == 32)
         return u"Space"_s;
-    case 0x1000001:
+    // A special key is one high bit over the same small number in both generations.
+    const qint64 special = qint64(1) << (numbering == Numbering::Godot3 ? 24 : 22);
+    if (code < special)
+        return std::nullopt;
+    switch (code - special) {
+    case 0x01:
         return u"Esc"_s;
-    case 0x1000002:
+    case 0x02:
         return u"Tab"_s;
-    case 0x1000005:
+    case 0x05:
         return u"Enter"_s;
-    case 0x100000F:
+    case 0x0F:
         return u"Left arrow"_s;
-    case 0x1000010:
+    case 0x10:
         return u"Up arrow"_s;
-    case 0x1000011:
+    case 0x11:
         return u"Right arrow"_s;
-    case 0x1000012:
+    case 0x12:
         return u"Down arrow"_s;
     default:
         return std::nullopt;
     }
 }
 
-QString buttonName(qint64 index)
+QString buttonName(qint64 index, Numbering numbering)
 {
-    switch (index) {
-    case 0:
-        return u"A"_s;
-    case 1:
-        return u"B"_s;
-    case 2:
-        return u"X"_s;
-    case 3:
-        return u"Y"_s;
-    case 4:
-        return u"left shoulder"_s;
-    case 5:
-        return u"right shoulder"_s;
-    case 12:
-        return u"D-pad up"_s;
-    case 13:
-        return u"D-pad down"_s;
-    case 14:
-        return u"D-pad left"_s;
-    case 15:
-        return u"D-pad right"_s;
-    default:
-        return u"button "_s + QString::number(index);
-    }
+    static constexpr std::array<QStringView, 4> faces{u"A", u"B", u"X", u"Y"};
+    static constexpr std::array<QStringView, 2> shoulders{u"left shoulder", u"right shoulder"};
+    static constexpr std::array<QStringView, 4> dpad{u"D-pad up", u"D-pad down", u"D-pad left",
+                                                     u"D-pad right"};
+    // Godot 4 numbers buttons as SDL does, with Back, Guide, Start and the stick
+    // clicks before the shoulders and the D-pad.
+    const qint64 firstShoulder = numbering == Numbering::Godot3 ? 4 : 9;
+    const qint64 firstDpad = numbering == Numbering::Godot3 ? 12 : 11;
+    if (index >= 0 && index < qint64(faces.size()))
+        return faces[size_t(index)].toString();
+    if (index >= firstShoulder && index - firstShoulder < qint64(shoulders.size()))
+        return shoulders[size_t(index - firstShoulder)].toString();
+    if (index >= firstDpad && index - firstDpad < qint64(dpad.size()))
+        return dpad[size_t(index - firstDpad)].toString();
+    return u"button "_s + QString::number(index);
 }
 
 QString readReadme(const QString &root)

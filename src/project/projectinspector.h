@@ -31,18 +31,23 @@ ProjectInfo inspect(const QString &root);
  *  with it; section headers play no part. */
 std::optional<QString> value(const QString &key, const QString &text);
 
-/** The rows for the six known actions of the file's [input] section, in a fixed order. */
+/** Whose numbers a project file's input events carry. */
+enum class Numbering { Godot3, Godot4 };
+
+/** The rows for the six known actions of the file's [input] section, in a fixed order,
+ *  read with the numbering of the engine generation its config_version names. */
 QList<ControlLine> parseControls(const QString &text);
 
 /** For every match of `pattern` in `text`, the texts of the capture groups 1 to n
  *  that took part in it; empty when the pattern does not compile. */
 QList<QStringList> captures(const QString &pattern, const QString &text);
 
-/** The name of a Godot 3 "scancode", or none for a key the launcher does not name. */
-std::optional<QString> keyName(qint64 code);
+/** The name of a key code (Godot 3's "scancode", Godot 4's "keycode"), or none for a
+ *  key the launcher does not name. */
+std::optional<QString> keyName(qint64 code, Numbering numbering);
 
 /** The name of a gamepad button index. */
-QString buttonName(qint64 index);
+QString buttonName(qint64 index, Numbering numbering);
 
 /** The first readable README of `root`, then of its parent; empty if there is none. */
 QString readReadme(const QString &root);

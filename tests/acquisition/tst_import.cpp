@@ -30,6 +30,7 @@ private Q_SLOTS:
     {
         QTest::addColumn<QString>("features");
         QTest::addColumn<qint64>("configVersion");
+        QTest::addColumn<bool>("dotNet"); // signs of C# beside the project
         QTest::addColumn<Platform>("platform");
         QTest::addColumn<QString>("outcome"); // "version zipName major", or the failure
 
@@ -41,26 +42,45 @@ private Q_SLOTS:
         const auto x86 = Platform::LinuxX86_64;
         const auto arm = Platform::LinuxArm64;
 
-        QTest::newRow("C# before the version") << csharp << qint64(5) << x86 << dotNet;
-        QTest::newRow("C# before the processor") << u"C#"_s << qint64(4) << arm << dotNet;
-        QTest::newRow("c# is not C#") << u"c#"_s << qint64(5) << x86 << godot4;
-        QTest::newRow("4") << QString() << qint64(4) << x86 << godot3;
+        QTest::newRow("C# before the version") << csharp << qint64(5) << false << x86 << dotNet;
+        QTest::newRow("C# before the processor") << u"C#"_s << qint64(4) << false << arm << dotNet;
+        QTest::newRow("c# is not C#") << u"c#"_s << qint64(5) << false << x86 << godot4;
+        QTest::newRow("4") << QString() << qint64(4) << false << x86 << godot3;
         QTest::newRow("Godot 3 on arm64")
-            << QString() << qint64(4) << arm
+            << QString() << qint64(4) << false << arm
             << u"This game needs Godot 3, which has no official build for this "
                u"computer's processor (arm64), so this app cannot set it up."_s;
-        QTest::newRow("Godot 4 on arm64")
-            << QString() << qint64(5) << arm << u"4.3-stable Godot_v4.3-stable_linux.arm64.zip 4"_s;
+        QTest::newRow("Godot 4 on arm64") << QString() << qint64(5) << false << arm
+                                          << u"4.3-stable Godot_v4.3-stable_linux.arm64.zip 4"_s;
+        QTest::newRow("the release the project names")
+            << u"PackedStringArray(\"4.7\", \"Forward Plus\")"_s << qint64(5) << false << x86
+            << u"4.7-stable Godot_v4.7-stable_linux.x86_64.zip 4"_s;
+        QTest::newRow("a two-digit release on arm64")
+            << u"PackedStringArray(\"GL Compatibility\", \"4.12\")"_s << qint64(5) << false << arm
+            << u"4.12-stable Godot_v4.12-stable_linux.arm64.zip 4"_s;
+        QTest::newRow("a newer release on macOS")
+            << u"PackedStringArray(\"4.7\")"_s << qint64(5) << false << Platform::MacOS
+            << u"4.7-stable Godot_v4.7-stable_macos.universal.zip 4"_s;
+        QTest::newRow("no release on offer named")
+            << u"PackedStringArray(\"4.2\", \"4.4.1\", \"4.07\", \"4.1000\", \"4.\", "
+               u"\"v4.8\", \" 4.6\", 4.5)"_s
+            << qint64(5) << false << x86 << godot4;
+        QTest::newRow("a Godot 3 project with signs of C#")
+            << QString() << qint64(4) << true << x86 << dotNet;
+        QTest::newRow("a Godot 4 project is judged by its features")
+            << u"PackedStringArray(\"4.3\")"_s << qint64(5) << true << x86 << godot4;
     }
     void choosesBuild()
     {
         QFETCH(QString, features);
         QFETCH(qint64, configVersion);
+        QFETCH(bool, dotNet);
         QFETCH(Platform, platform);
         QFETCH(QString, outcome);
         ProjectInfo info;
         info.features = features;
         info.configVersion = configVersion;
+        info.dotNet = dotNet;
         const auto choose = [&](auto... host) {
             try {
                 const EngineSpec spec = EngineManager::spec(info, host...);

@@ -194,8 +194,9 @@ private Q_SLOTS:
     void ownsOnlyItsOwn_data()
     {
         // Paths start with D (the data folder), B (the base folder) or T (the temporary
-        // folder); "a->b" is a link. "T/held" is a temporary folder that this launcher
-        // holds; the other "T/vantro-<uuid>" ones no launcher holds. What is not gone stays.
+        // folder); "a->b" is a link, "a*" a program. "T/held" is a temporary folder that
+        // this launcher holds; the other "T/vantro-<uuid>" ones no launcher holds. What is
+        // not gone stays.
         QTest::addColumn<QString>("entries");
         QTest::addColumn<QString>("action"); // sweep or empty
         QTest::addColumn<QString>("gone");
@@ -207,6 +208,18 @@ private Q_SLOTS:
             << u"sweep"_s
             << u"B/GameStaging | B/Game.old | B/Removing | B/Engine/4.3-stable.unpacking | "
                u"B/Engine/3.5.3-stable.old | T/vantro-1B4E28BA-2FA1-11D2-883F-0016D3CCA427"_s;
+        QTest::newRow("leftovers of every build a project can name, and only those")
+            << u"B/Engine/4.7-stable/godot* | B/Engine/4.7-stable.unpacking/x | "
+               u"B/Engine/4.12-stable.old/x | B/Engine/4.2-stable.unpacking/x | "
+               u"B/Engine/4.07-stable.unpacking/x | B/Engine/4.7-beta.unpacking/x | "
+               u"B/Engine/4.7-stable.part/x"_s
+            << u"sweep"_s << u"B/Engine/4.7-stable.unpacking | B/Engine/4.12-stable.old"_s;
+        QTest::newRow("builds set aside go once a build of any version runs")
+            << u"B/Engine.previous/4.3-stable/godot* | B/Engine/4.7-stable/godot*"_s << u"sweep"_s
+            << u"B/Engine.previous"_s;
+        QTest::newRow("builds set aside stay while the new one cannot run")
+            << u"B/Engine.previous/4.3-stable/godot* | B/Engine/4.7-stable/godot"_s << u"sweep"_s
+            << QString();
         QTest::newRow("names like ours that are not ours")
             << u"D/Vantro 3D.old/keep | D/Vantro 3D.lock/keep | T/vantro-notes/keep | "
                u"T/vantro-1b4e28ba-2fa1-11d2-883f-0016d3cca427/keep | D/outside/keep | "
@@ -258,6 +271,8 @@ private Q_SLOTS:
             folder.empty();
         for (QString entry : items(entries)) {
             entry = entry.section(u"->"_s, 0, 0);
+            if (entry.endsWith(u'*'))
+                entry.chop(1); // executable
             const QFileInfo info(path(entry));
             bool expectGone = false;
             for (const QString &g : items(gone))

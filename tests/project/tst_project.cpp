@@ -29,6 +29,19 @@ QString key(qint64 code)
 {
     return key(QString::number(code));
 }
+// A Godot 4 key event: the engine matches on the first of its three codes that is set.
+QString key4(qint64 keycode, qint64 physical = 0, qint64 label = 0)
+{
+    return uR"(Object(InputEventKey,"device":-1,"keycode":%1,"physical_keycode":%2,"key_label":%3,"unicode":0,"location":0,"echo":false,"script":null))"_s
+        .arg(keycode)
+        .arg(physical)
+        .arg(label);
+}
+QString mouse4(int index)
+{
+    return uR"(Object(InputEventMouseButton,"device":-1,"position":Vector2(0, 0),"button_index":%1,"pressed":true,"script":null))"_s
+        .arg(index);
+}
 QString button(int index)
 {
     return uR"(Object(InputEventJoypadButton,"device":0,"button_index":%1,"pressure":0.0))"_s.arg(
@@ -55,38 +68,58 @@ private Q_SLOTS:
     void inspectsSettings_data()
     {
         QTest::addColumn<QByteArray>("file"); // project.godot; "->", "=<": as TestEnv::build
-        QTest::addColumn<QString>("read");    // name and config_version
+        QTest::addColumn<QString>("beside");  // entries beside it, as TestEnv::build
+        QTest::addColumn<QString>("read");    // name and config_version, then signs of C#
 
-        QTest::newRow("no project file") << QByteArray() << u"Zorbit 4"_s;
+        QTest::newRow("no project file") << QByteArray() << QString() << u"Zorbit 4"_s;
         QTest::newRow("quotes and spaces trimmed, inner ones kept")
-            << QByteArray("config/name= \" My \"Game\" \"\nconfig_version=+5\n")
+            << QByteArray("config/name= \" My \"Game\" \"\nconfig_version=+5\n") << QString()
             << u"My \"Game 5"_s;
         QTest::newRow("first occurrence in any section wins")
             << QByteArray(
                    "[a]\nconfig/name=\"First\"\n[b]\nconfig/name=\"Second\"\nconfig_version=-3")
-            << u"First -3"_s;
+            << QString() << u"First -3"_s;
         QTest::newRow("commented out and spaced keys do not count")
             << QByteArray(";config/name=\"A\"\nconfig/name =\"B\"\nconfig_version = 5\n")
-            << u"Zorbit 4"_s;
-        QTest::newRow("not a number") << QByteArray("config_version= 5") << u"Zorbit 4"_s;
+            << QString() << u"Zorbit 4"_s;
+        QTest::newRow("not a number")
+            << QByteArray("config_version= 5") << QString() << u"Zorbit 4"_s;
         QTest::newRow("not UTF-8")
-            << QByteArray("config_version=5\nconfig/name=\"\xff\"\n") << u"Zorbit 4"_s;
+            << QByteArray("config_version=5\nconfig/name=\"\xff\"\n") << QString() << u"Zorbit 4"_s;
         // Files an archive can make that would hang a read or lead out of the game: absent.
-        QTest::newRow("link to /dev/zero") << QByteArray("->/dev/zero") << u"Zorbit 4"_s;
-        QTest::newRow("FIFO") << QByteArray("=<fifo>") << u"Zorbit 4"_s;
-        QTest::newRow("enormous") << QByteArray("=<huge>") << u"Zorbit 4"_s;
+        QTest::newRow("link to /dev/zero")
+            << QByteArray("->/dev/zero") << QString() << u"Zorbit 4"_s;
+        QTest::newRow("FIFO") << QByteArray("=<fifo>") << QString() << u"Zorbit 4"_s;
+        QTest::newRow("enormous") << QByteArray("=<huge>") << QString() << u"Zorbit 4"_s;
+        // Godot 3 names no features, so its C# projects are known by what they leave.
+        QTest::newRow("a [mono] section")
+            << QByteArray("config_version=4\n[mono]\nproject/assembly_name=\"Zorbit\"\n")
+            << QString() << u"Zorbit 4 .NET"_s;
+        QTest::newRow("a C# project beside")
+            << QByteArray() << u"Kart.csproj"_s << u"Zorbit 4 .NET"_s;
+        QTest::newRow("a C# solution beside")
+            << QByteArray() << u"Kart.sln"_s << u"Zorbit 4 .NET"_s;
+        QTest::newRow("no sign of C#: a comment, a value, deeper files, a folder, links")
+            << QByteArray(";[mono]\nconfig/name=\"[mono]\"\n")
+            << u"src/Kart.csproj | Kart.sln/ | Kart.csproj->Notes.txt | Notes.txt | "
+               u"Old.sln->/dev/null"_s
+            << u"[mono] 4"_s;
     }
     void inspectsSettings()
     {
         QFETCH(QByteArray, file);
+        QFETCH(QString, beside);
         QFETCH(QString, read);
         QTemporaryDir dir;
+        TestEnv::build(dir.path(), items(beside));
         if (file.startsWith("->") || file.startsWith("=<"))
             TestEnv::build(dir.path(), {u"project.godot"_s + QString::fromUtf8(file)});
         else if (!file.isNull())
             TestEnv::writeFile(dir.path() + u"/project.godot"_s, file);
         const ProjectInfo info = ProjectInspector::inspect(dir.path());
-        QCOMPARE(info.name + u' ' + QString::number(info.configVersion), read);
+        QCOMPARE(info.name + u' ' + QString::number(info.configVersion) +
+                     (info.dotNet ? u" .NET"_s : QString()),
+                 read);
     }
 
     void inspectsRealProjects_data()
@@ -101,13 +134,13 @@ private Q_SLOTS:
                u"S, gamepad B, left stick down | Steer left: Left arrow, A, left stick left | "
                u"Steer right: Right arrow, D, left stick right | Change camera: Tab, C, gamepad "
                u"right shoulder | Select: Space, gamepad Y"_s;
-        // Godot 4 writes "keycode" fields, so no key is named, and numbers its buttons
-        // differently, while the names follow Godot 3's numbering.
+        // Arrows by "keycode" and letters by "physical_keycode", each with the other 0.
         QTest::newRow("godot4")
             << u"PackedStringArray(\"4.3\", \"Forward Plus\")"_s
-            << u"Accelerate: gamepad A, left stick up | Brake / reverse: gamepad B, left stick "
-               u"down | Steer left: gamepad D-pad down, left stick left | Steer right: gamepad "
-               u"D-pad left, left stick right | Change camera: gamepad button 10"_s;
+            << u"Accelerate: Up arrow, W, gamepad A, left stick up | Brake / reverse: Down arrow, "
+               u"S, gamepad B, left stick down | Steer left: Left arrow, A, gamepad D-pad left, "
+               u"left stick left | Steer right: Right arrow, D, gamepad D-pad right, left stick "
+               u"right | Change camera: Tab, C, gamepad right shoulder"_s;
     }
     void inspectsRealProjects()
     {
@@ -168,6 +201,25 @@ private Q_SLOTS:
                    block(u"boost"_s, {key(66)}) + block(u"ui_focus_next"_s, {key(16777218)}) +
                    block(u"ui_up"_s, {key(87)}) + block(u"ui_up"_s, {key(up), key(87)})
             << u"Accelerate: W, Up arrow | Change camera: Tab | Select: Space"_s;
+        const QString godot4 = u"config_version=5\n"_s + input;
+        QTest::newRow("Godot 4 keys: keycode, else physical, else label, in Godot 4's numbers")
+            << godot4 + block(u"ui_select"_s,
+                              {key4(4194305), key4(0, 87), key4(0, 0, 65), key4(83, 68), key4(0),
+                               key4(16777217), key(90), key4(4194306), key4(4194309), key4(4194310),
+                               key4(4194319), key4(4194320), key4(4194321), key4(4194322),
+                               key4(4194323), key4(32)})
+            << u"Select: Esc, W, A, S, Tab, Enter, Left arrow, Up arrow, Right arrow, Down arrow, "
+               u"Space"_s;
+        QTest::newRow("Godot 4 buttons; a mouse button is none")
+            << u"config_version=6\n"_s + input +
+                   block(u"ui_up"_s, {button(3), button(4), button(8), button(9), button(10),
+                                      button(11), button(14), button(15), mouse4(1)})
+            << u"Accelerate: gamepad Y, gamepad button 4, gamepad button 8, gamepad left shoulder, "
+               u"gamepad right shoulder, gamepad D-pad up, gamepad D-pad right, gamepad button 15"_s;
+        QTest::newRow("Godot 3 reads scancodes and Godot 3's buttons only")
+            << u"config_version=4\n"_s + input +
+                   block(u"ui_up"_s, {key4(87), key(65), button(9), mouse4(1)})
+            << u"Accelerate: A, gamepad button 9, gamepad B"_s;
         QTest::newRow("blocks outside the input section")
             << block(u"ui_up"_s, {key(87)}) + u"[input_devices]\n"_s +
                    block(u"ui_up"_s, {key(87)}) + u"[input] \n"_s + block(u"ui_down"_s, {key(83)})
