@@ -23,6 +23,9 @@ packages=(
   dpkg-dev file lintian desktop-file-utils appstream librsvg2-bin x11-utils
   # The real Godot 3 editor, for the end-to-end import test.
   godot3
+  # The import fixtures' assets, made at test time: ImageMagick writes the images
+  # (EXR with its extra coders), SoX the WAV and Ogg Vorbis sounds.
+  imagemagick libmagickcore-6.q16-6-extra sox
   # The network tests' proxy: the program alone, without the system service.
   tinyproxy-bin
 )

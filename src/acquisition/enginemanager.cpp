@@ -11,6 +11,8 @@
 
 #include <cstring>
 #include <dirent.h>
+#include <fcntl.h>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <sys/stat.h>
@@ -31,14 +33,9 @@ bool isDirectory(const QByteArray &path, unsigned char type)
 
 // Compared as bytes, after lower-casing ASCII only: no other letter lower-cases into
 // one of the ASCII letters these extensions are made of.
-bool hasImportableExtension(std::string_view name)
+bool hasImportableExtension(std::string_view name,
+                            const std::unordered_set<std::string> &extensions)
 {
-    static const std::unordered_set<std::string> extensions = [] {
-        std::unordered_set<std::string> set;
-        for (const QString &extension : EngineManager::importable())
-            set.insert(extension.toStdString());
-        return set;
-    }();
     const size_t dot = name.rfind('.');
     if (dot == std::string_view::npos || dot == 0)
         return false;
@@ -50,43 +47,217 @@ bool hasImportableExtension(std::string_view name)
     return extensions.count(extension) > 0;
 }
 
+const std::unordered_set<std::string> &importableBytes(qint64 major)
+{
+    const auto make = [](qint64 m) {
+        std::unordered_set<std::string> set;
+        for (const QString &extension : EngineManager::importable(m))
+            set.insert(extension.toStdString());
+        return set;
+    };
+    static const std::unordered_set<std::string> godot3 = make(3), godot4 = make(4);
+    return major >= 4 ? godot4 : godot3;
+}
+
 struct Entry
 {
     std::string name;
     unsigned char type;
 };
 
-// Whether every asset among one folder's entries has its sidecar; adds the folder's
-// subfolders to `subfolders` on the way. Looking the sidecars up in the listing,
-// rather than asking the file system per asset, keeps the check fast on big trees.
-bool folderHasSidecars(const QByteArray &dir, const std::vector<Entry> &entries,
-                       std::vector<QByteArray> &subfolders)
+// A sidecar is read only this far: the engine writes a few hundred bytes.
+constexpr qsizetype sidecarLimit = 64 * 1024;
+
+// The project-relative paths a Godot 3 sidecar says the import made: its "path"
+// keys ("path", "path.s3tc", ...) and its "dest_files" list. Only "res://" paths
+// count; the rest of the file is the engine's business.
+std::vector<std::string> namedImports(const QByteArray &sidecar)
 {
-    std::unordered_map<std::string_view, unsigned char> names;
-    std::string sidecar;
-    for (const Entry &entry : entries) {
-        if (entry.type == DT_DIR || entry.type == DT_UNKNOWN) {
-            QByteArray path = childPath(dir, entry.name);
-            if (isDirectory(path, entry.type))
-                subfolders.push_back(std::move(path));
-        }
-        if (!hasImportableExtension(entry.name))
-            continue;
-        if (names.empty()) {
-            names.reserve(entries.size());
-            for (const Entry &other : entries)
-                names.emplace(other.name, other.type);
-        }
-        sidecar.assign(entry.name).append(".import");
-        const auto found = names.find(sidecar);
-        if (found == names.end())
-            return false;
-        // A dangling symbolic link is no sidecar.
-        if (found->second != DT_REG && found->second != DT_DIR &&
-            !exists(childPath(dir, sidecar), Links::Follow))
-            return false;
+    std::vector<std::string> paths;
+    const int fd = ::open(sidecar.constData(), O_RDONLY | O_CLOEXEC | O_NOCTTY);
+    if (fd < 0)
+        return paths;
+    std::string text(sidecarLimit, '\0');
+    size_t size = 0;
+    while (size < text.size()) {
+        const ssize_t got = ::read(fd, text.data() + size, text.size() - size);
+        if (got <= 0)
+            break;
+        size += size_t(got);
     }
-    return true;
+    ::close(fd);
+    text.resize(size);
+
+    std::string_view rest(text);
+    while (!rest.empty()) {
+        const size_t end = rest.find('\n');
+        const std::string_view line = rest.substr(0, end);
+        rest = end == std::string_view::npos ? std::string_view() : rest.substr(end + 1);
+        const size_t equals = line.find('=');
+        if (equals == std::string_view::npos)
+            continue;
+        const std::string_view key = line.substr(0, equals);
+        if (key != "path" && !key.starts_with("path.") && key != "dest_files")
+            continue;
+        // Every quoted "res://" string on the line: one for a path, a list for dest_files.
+        std::string_view value = line.substr(equals + 1);
+        for (size_t open; (open = value.find('"')) != std::string_view::npos;) {
+            const size_t close = value.find('"', open + 1);
+            if (close == std::string_view::npos)
+                break;
+            const std::string_view quoted = value.substr(open + 1, close - open - 1);
+            if (quoted.starts_with("res://"))
+                paths.emplace_back(quoted.substr(6));
+            value = value.substr(close + 1);
+        }
+    }
+    return paths;
+}
+
+// Whether `relative` names a regular file inside `root`: a name that climbs out with
+// "..", or a link, is not the engine's work.
+bool importedFileExists(const QByteArray &root, std::string_view relative,
+                        const std::unordered_set<std::string> &importFolder)
+{
+    if (relative.empty() || relative.front() == '/')
+        return false;
+    constexpr std::string_view prefix = ".import/";
+    if (relative.starts_with(prefix) && relative.find('/', prefix.size()) == std::string_view::npos)
+        return importFolder.count(std::string(relative.substr(prefix.size()))) > 0;
+    for (size_t from = 0;;) {
+        const size_t slash = relative.find('/', from);
+        if (relative.substr(from, slash - from) == "..")
+            return false;
+        if (slash == std::string_view::npos)
+            break;
+        from = slash + 1;
+    }
+    struct stat status;
+    return ::lstat(childPath(root, relative).constData(), &status) == 0 && S_ISREG(status.st_mode);
+}
+
+// The regular files directly in root/.import, the folder where Godot 3 puts what it
+// imports: listed once, so that a sidecar's names are looked up, not stat'ed.
+std::unordered_set<std::string> importFolderFiles(const QByteArray &root)
+{
+    std::unordered_set<std::string> names;
+    const QByteArray folder = childPath(root, ".import");
+    DIR *stream = ::opendir(folder.constData());
+    if (!stream)
+        return names;
+    while (const dirent *entry = ::readdir(stream)) {
+        if (entry->d_type == DT_REG || (entry->d_type == DT_UNKNOWN && [&] {
+                struct stat status;
+                return ::lstat(childPath(folder, entry->d_name).constData(), &status) == 0 &&
+                       S_ISREG(status.st_mode);
+            }()))
+            names.emplace(entry->d_name);
+    }
+    ::closedir(stream);
+    return names;
+}
+
+struct Walk
+{
+    QByteArray root;
+    qint64 major;
+    const std::unordered_set<std::string> &extensions;
+    std::unordered_set<std::string> importFolder;
+    qsizetype limit;
+    QStringList missing;
+
+    bool full() const { return missing.size() >= limit; }
+
+    void lacks(const QByteArray &dir, const std::string &name)
+    {
+        const QByteArray path = childPath(dir, name);
+        missing.append(QFile::decodeName(path.mid(root.size() + 1)));
+    }
+
+    // Every asset among one folder's entries that lacks its sidecar, or whose sidecar
+    // names imported files that are not there; adds the folder's subfolders to
+    // `subfolders` on the way. Looking the sidecars up in the listing, rather than
+    // asking the file system per asset, keeps the check fast on big trees.
+    void folder(const QByteArray &dir, const std::vector<Entry> &entries,
+                std::vector<QByteArray> &subfolders)
+    {
+        std::unordered_map<std::string_view, unsigned char> names;
+        std::string sidecar;
+        for (const Entry &entry : entries) {
+            if (full())
+                return;
+            if (entry.type == DT_DIR || entry.type == DT_UNKNOWN) {
+                QByteArray path = childPath(dir, entry.name);
+                if (isDirectory(path, entry.type))
+                    subfolders.push_back(std::move(path));
+            }
+            if (!hasImportableExtension(entry.name, extensions))
+                continue;
+            if (names.empty()) {
+                names.reserve(entries.size());
+                for (const Entry &other : entries)
+                    names.emplace(other.name, other.type);
+            }
+            sidecar.assign(entry.name).append(".import");
+            const auto found = names.find(sidecar);
+            // A dangling symbolic link is no sidecar.
+            if (found == names.end() || (found->second != DT_REG && found->second != DT_DIR &&
+                                         !exists(childPath(dir, sidecar), Links::Follow))) {
+                lacks(dir, entry.name);
+                continue;
+            }
+            // Godot 3 projects commit their sidecars, so one alone proves nothing.
+            if (major < 4) {
+                for (const std::string &named : namedImports(childPath(dir, sidecar))) {
+                    if (!importedFileExists(root, named, importFolder)) {
+                        lacks(dir, entry.name);
+                        break;
+                    }
+                }
+            }
+        }
+    }
+};
+
+// The assets below `root` that the import has not prepared, up to `limit`; none when
+// the walk cannot start.
+std::optional<QStringList> unprepared(const QString &root, qint64 major, qsizetype limit)
+{
+    const QByteArray top = QFile::encodeName(root);
+    Walk walk{top, major, importableBytes(major), {}, limit, {}};
+    if (major < 4)
+        walk.importFolder = importFolderFiles(top);
+
+    std::vector<QByteArray> pending{top};
+    std::vector<Entry> entries;
+    bool started = false;
+    while (!pending.empty() && !walk.full()) {
+        const QByteArray dir = std::move(pending.back());
+        pending.pop_back();
+        DIR *stream = ::opendir(dir.constData());
+        if (!stream) {
+            if (!started)
+                return std::nullopt;
+            continue; // an unreadable subfolder is passed over, not a failure
+        }
+        entries.clear();
+        // The engine never imports a folder that holds a ".gdignore" file, nor one
+        // that is a project of its own, nor anything below them, so no sidecar will
+        // ever appear there.
+        bool ignored = false;
+        while (const dirent *entry = ::readdir(stream)) {
+            if (std::strcmp(entry->d_name, ".gdignore") == 0 ||
+                (started && std::strcmp(entry->d_name, "project.godot") == 0))
+                ignored = true;
+            else if (entry->d_name[0] != '.') // hidden, and "." and ".."
+                entries.push_back({entry->d_name, entry->d_type});
+        }
+        ::closedir(stream);
+        started = true;
+        if (!ignored)
+            walk.folder(dir, entries, pending);
+    }
+    return walk.missing;
 }
 
 } // namespace
@@ -260,55 +431,49 @@ std::optional<QString> firstExecutable(const QString &folder)
     return std::nullopt;
 }
 
-const QSet<QString> &importable()
+const QSet<QString> &importable(qint64 major)
 {
-    static const QSet<QString> extensions{u"png"_s, u"jpg"_s, u"jpeg"_s, u"svg"_s, u"webp"_s,
-                                          u"tga"_s, u"bmp"_s, u"hdr"_s,  u"exr"_s, u"mp3"_s,
-                                          u"ogg"_s, u"wav"_s, u"obj"_s,  u"glb"_s, u"gltf"_s,
-                                          u"dae"_s, u"fbx"_s, u"ttf"_s,  u"otf"_s};
-    return extensions;
+    // Godot 4 imports fonts; Godot 3 loads them as they are and writes no sidecar, but
+    // imports compressed SVG and its own text scenes.
+    static const QSet<QString> godot4{u"png"_s, u"jpg"_s, u"jpeg"_s, u"svg"_s, u"webp"_s,
+                                      u"tga"_s, u"bmp"_s, u"hdr"_s,  u"exr"_s, u"mp3"_s,
+                                      u"ogg"_s, u"wav"_s, u"obj"_s,  u"glb"_s, u"gltf"_s,
+                                      u"dae"_s, u"fbx"_s, u"ttf"_s,  u"otf"_s};
+    static const QSet<QString> godot3 = [] {
+        QSet<QString> set = godot4;
+        set.remove(u"ttf"_s);
+        set.remove(u"otf"_s);
+        set.insert(u"svgz"_s);
+        set.insert(u"escn"_s);
+        return set;
+    }();
+    return major >= 4 ? godot4 : godot3;
 }
 
-bool importIsComplete(const QString &root)
+bool importIsComplete(const QString &root, qint64 major)
+{
+    if (!hasImportFolder(root))
+        return false;
+    const auto missing = unprepared(root, major, 1);
+    return missing && missing->isEmpty();
+}
+
+bool hasImportFolder(const QString &root)
 {
     const QByteArray top = QFile::encodeName(root);
-    if (!exists(childPath(top, ".import"), Links::Follow) &&
-        !exists(childPath(top, ".godot"), Links::Follow))
-        return false;
-
-    std::vector<QByteArray> pending{top};
-    std::vector<Entry> entries;
-    bool started = false;
-    while (!pending.empty()) {
-        const QByteArray dir = std::move(pending.back());
-        pending.pop_back();
-        DIR *stream = ::opendir(dir.constData());
-        if (!stream) {
-            if (!started)
-                return false;
-            continue; // an unreadable subfolder is passed over, not a failure
-        }
-        started = true;
-        entries.clear();
-        // The engine never imports a folder that holds a ".gdignore" file, nor
-        // anything below it, so no sidecar will ever appear there.
-        bool ignored = false;
-        while (const dirent *entry = ::readdir(stream)) {
-            if (std::strcmp(entry->d_name, ".gdignore") == 0)
-                ignored = true;
-            else if (entry->d_name[0] != '.') // hidden, and "." and ".."
-                entries.push_back({entry->d_name, entry->d_type});
-        }
-        ::closedir(stream);
-        if (!ignored && !folderHasSidecars(dir, entries, pending))
-            return false;
-    }
-    return true;
+    return exists(childPath(top, ".import"), Links::Follow) ||
+           exists(childPath(top, ".godot"), Links::Follow);
 }
 
-qint64 importedEntryCount(const QString &root)
+std::optional<QStringList> unpreparedAssets(const QString &root, qint64 major, qsizetype limit)
 {
-    DIR *stream = ::opendir(childPath(QFile::encodeName(root), ".import").constData());
+    return unprepared(root, major, limit);
+}
+
+qint64 importedEntryCount(const QString &root, qint64 major)
+{
+    const QByteArray folder = major >= 4 ? "/.godot/imported" : "/.import";
+    DIR *stream = ::opendir(QByteArray(QFile::encodeName(root) + folder).constData());
     if (!stream)
         return 0;
     qint64 count = 0;

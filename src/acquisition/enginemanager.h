@@ -54,17 +54,27 @@ std::optional<QString> executable(const DataLayout &layout, const EngineSpec &sp
  *  there is none or the folder cannot be listed. */
 std::optional<QString> firstExecutable(const QString &folder);
 
-/** Lower-case extensions of the source assets that the import step turns into
- *  imported files. */
-const QSet<QString> &importable();
+/** Lower-case extensions of the source assets that the import step of engine `major`
+ *  turns into imported files. */
+const QSet<QString> &importable(qint64 major);
 
-/** An import folder exists in `root` and every asset below it has its ".import"
- *  sidecar. What the engine skips is skipped here too: hidden folders and folders
- *  that hold a ".gdignore" file, with everything below them. */
-bool importIsComplete(const QString &root);
+/** An import folder exists in `root` and every asset below it has been prepared: it
+ *  has its ".import" sidecar and, for Godot 3, every file that sidecar names exists.
+ *  What the engine skips is skipped here too: hidden folders, folders that hold a
+ *  ".gdignore" file or a project.godot of their own, with everything below them. */
+bool importIsComplete(const QString &root, qint64 major);
 
-/** The number of entries in root/.import; 0 when it cannot be listed. */
-qint64 importedEntryCount(const QString &root);
+/** Whether root/.import or root/.godot exists. */
+bool hasImportFolder(const QString &root);
+
+/** Up to `limit` assets below `root` (relative paths, in walk order) that the import
+ *  has not prepared yet, by the rules of importIsComplete; none when the tree cannot
+ *  be walked. */
+std::optional<QStringList> unpreparedAssets(const QString &root, qint64 major, qsizetype limit);
+
+/** The number of entries in the folder the engine imports into (root/.import for
+ *  Godot 3, root/.godot/imported for Godot 4); 0 when it cannot be listed. */
+qint64 importedEntryCount(const QString &root, qint64 major);
 
 /** endpoint + version + "/" + zipName. */
 QUrl archiveUrl(const EngineSpec &spec, const QString &endpoint);

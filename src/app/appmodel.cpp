@@ -245,9 +245,9 @@ QString AppModel::savesURL() const
     return layout().saves(m_info ? m_info->name : u"Zorbit"_s);
 }
 
-bool AppModel::isImported(const QString &root) const
+bool AppModel::isImported(const QString &root, qint64 major) const
 {
-    return QFileInfo(layout().marker()).isFile() && EngineManager::importIsComplete(root);
+    return QFileInfo(layout().marker()).isFile() && EngineManager::importIsComplete(root, major);
 }
 
 void AppModel::refreshFromDisk()
@@ -258,7 +258,8 @@ void AppModel::refreshFromDisk()
         if (!m_state.isBusy()) {
             try {
                 const EngineSpec spec = EngineManager::spec(*m_info);
-                const bool ready = EngineManager::executable(layout(), spec) && isImported(*root);
+                const bool ready =
+                    EngineManager::executable(layout(), spec) && isImported(*root, spec.major);
                 setState(ready ? AppState::ready() : AppState::notDownloaded());
             } catch (const ProcessFailure &) {
                 // A project this launcher cannot set up is told about when Play is pressed.

@@ -59,8 +59,14 @@ public:
         DataLayout layout = DataLayout::fromEnvironment();
         QString unpacker = QStringLiteral("/usr/bin/bsdtar");
         std::chrono::milliseconds downloadIdleTimeout{60000};
-        std::chrono::milliseconds importPollInterval{2000};
+        // The Godot 3 import: judged once its folders have been quiet this long,
+        // given up when they stay quiet this long with files still missing, and
+        // closed at the deadline regardless.
+        std::chrono::milliseconds importQuiet{1000};
+        std::chrono::milliseconds importHopeless{180 * 1000};
         std::chrono::milliseconds importDeadline{1200 * 1000};
+        // The X server that hides the Godot 3 editor, looked up in PATH; empty for none.
+        QString displayServer = QStringLiteral("Xvfb");
         // How long a game must run before it counts as playing, and before an
         // ending counts as normal.
         std::chrono::milliseconds promotionDelay{10000};
@@ -111,7 +117,7 @@ public:
     /** Godot's own save folder for the project; the launcher only reads it. */
     QString savesURL() const;
     /** The marker is there and the files say the import of `root` is complete. */
-    bool isImported(const QString &root) const;
+    bool isImported(const QString &root, qint64 major) const;
     /** Re-reads the disk: the project, whether it is ready to play, the save folder. */
     Q_INVOKABLE void refreshFromDisk();
 

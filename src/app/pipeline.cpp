@@ -5,6 +5,7 @@
 #include "acquisition/followinghash.h"
 #include "acquisition/importwatcher.h"
 #include "acquisition/network.h"
+#include "acquisition/offscreendisplay.h"
 #include "acquisition/repodownloader.h"
 #include "acquisition/tempfolders.h"
 #include "app/appmodel.h"
@@ -15,9 +16,12 @@
 #include "process/runprocess.h"
 #include "project/projectinspector.h"
 
+#include <QDeadlineTimer>
 #include <QElapsedTimer>
 #include <QFile>
 #include <QFileInfo>
+#include <QScopeGuard>
+#include <QStandardPaths>
 
 using namespace Qt::StringLiterals;
 
@@ -72,6 +76,8 @@ void Pipeline::cancel()
         m_checksumFetch->cancel();
     if (m_setupBox)
         m_setupBox->stop();
+    if (const auto display = m_displayBox.lock())
+        display->stop();
 }
 
 void Pipeline::stopGame()
@@ -118,7 +124,7 @@ QCoro::Task<void> Pipeline::runPipeline()
         const auto exe = EngineManager::executable(layout, spec);
         if (!exe)
             throw ProcessFailure(u"The Godot engine is missing after setup."_s);
-        if (!m.isImported(*root))
+        if (!m.isImported(*root, spec.major))
             co_await importProject(*exe, spec, *root);
         throwIfCancelled();
         co_await launch(*exe, *root);
@@ -294,6 +300,24 @@ void Pipeline::restorePrevious()
             u"The engine could not be downloaded again; your installed engine was kept."_s);
 }
 
+QCoro::Task<std::unique_ptr<OffscreenDisplay>> Pipeline::offscreenDisplay(QString folder)
+{
+    const QString server = m.config().displayServer.isEmpty()
+                               ? QString()
+                               : QStandardPaths::findExecutable(m.config().displayServer);
+    if (server.isEmpty())
+        co_return std::unique_ptr<OffscreenDisplay>();
+    LogStore *log = m.m_log;
+    const std::chrono::milliseconds timeout{10000};
+    auto display = co_await OffscreenDisplay::start(
+        server, folder, m.m_scope, m.config().stopGrace, timeout,
+        [log](const QString &line) { log->append(line); }, &m_displayBox);
+    if (!display)
+        m.m_log->append(u"The off-screen display could not be started; the Godot editor opens "
+                        u"on the screen."_s);
+    co_return display;
+}
+
 QCoro::Task<void> Pipeline::importProject(QString exe, EngineSpec spec, QString root)
 {
     m.beginStep(AppState::settingUp(u"First-time setup, this can take a minute or more"_s),
@@ -301,44 +325,81 @@ QCoro::Task<void> Pipeline::importProject(QString exe, EngineSpec spec, QString 
     // A cancel that came before the engine started must not start it at all.
     if (m_cancelRequested)
         throw Cancelled(u"Setup was cancelled."_s);
-    const auto box = setupBox();
+    setupBox();
 
-    std::unique_ptr<ImportWatcher> watcher;
+    // Godot 3 imports only in its editor: on a display of its own, nobody sees it or
+    // types into it.
+    std::optional<FolderGuard> temp;
+    std::unique_ptr<OffscreenDisplay> display;
     if (spec.major < 4) {
-        const QString note = u"Godot 3 prepares the game in its editor. A Godot window opens for a "
-                             u"moment and is closed automatically; please leave it alone."_s;
+        temp.emplace(TempFolders::make());
+        display = co_await offscreenDisplay(temp->path);
+        if (m_cancelRequested)
+            throw Cancelled(u"Setup was cancelled."_s);
+        const QString note =
+            display ? u"Godot 3 prepares the game's files in the background; no window opens."_s
+                    : u"Godot 3 prepares the game in its editor. A Godot window opens for a "
+                      u"moment and is closed automatically; please leave it alone."_s;
         m.m_log->append(note);
         m.setSetupNote(note);
-        watcher = std::make_unique<ImportWatcher>(root, box, m.m_log, m.config().importPollInterval,
-                                                  m.config().importDeadline);
     }
+    const auto clearNote = qScopeGuard([this] { m.setSetupNote(QString()); });
     LogStore *log = m.m_log;
-    int status = 0;
-    try {
-        status = co_await runProcess(exe, spec.importArgs(root), box,
-                                     [log](const QString &line) { log->append(line); });
-    } catch (const LaunchError &error) {
-        throw PlatformError(PlatformError::Kind::Launch,
-                            u"The Godot editor could not be started: "_s + error.reason + u"."_s);
-    }
-    watcher.reset();
-    m.setSetupNote(QString());
+    const QDeadlineTimer deadline(m.config().importDeadline);
+    for (int run = 1;; ++run) {
+        const auto box = run == 1 ? m_setupBox : setupBox();
+        if (display) {
+            box->setVariable(u"DISPLAY"_s, display->display());
+            box->setVariable(u"XAUTHORITY"_s, display->authority());
+            box->setVariable(u"WAYLAND_DISPLAY"_s, QString());
+        }
+        std::unique_ptr<ImportWatcher> watcher;
+        if (spec.major < 4) {
+            const ImportWatcher::Timing timing{
+                m.config().importQuiet, m.config().importHopeless,
+                std::chrono::milliseconds(std::max<qint64>(deadline.remainingTime(), 0))};
+            watcher = std::make_unique<ImportWatcher>(root, box, log, timing);
+        }
+        int status = 0;
+        try {
+            status = co_await runProcess(exe, spec.importArgs(root), box,
+                                         [log](const QString &line) { log->append(line); });
+        } catch (const LaunchError &error) {
+            throw PlatformError(PlatformError::Kind::Launch,
+                                u"The Godot editor could not be started: "_s + error.reason +
+                                    u"."_s);
+        }
+        const auto outcome = watcher ? watcher->outcome() : ImportWatcher::Outcome::Watching;
+        const QStringList unprepared = watcher ? watcher->unprepared() : QStringList();
+        watcher.reset();
 
-    if (box->isStopped() && m_cancelRequested)
-        throw Cancelled(u"Setup was cancelled."_s);
-    // The exit status is not consulted: an editor closed by the watcher ends by a
-    // signal, and that is a success. The files decide.
-    if (EngineManager::importIsComplete(root)) {
-        const QString marker = m.layout().marker();
-        // Whatever stands at the marker's place (a folder, say) would make it unwritable.
-        removeTree(marker);
-        QFile file(marker);
-        if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate))
-            qWarning("Could not write the import marker: %s", qPrintable(file.errorString()));
-        co_return;
+        if (box->isStopped() && m_cancelRequested)
+            throw Cancelled(u"Setup was cancelled."_s);
+        // The exit status is not consulted: an editor closed by the watcher ends by a
+        // signal, and that is a success. The files decide.
+        if (EngineManager::importIsComplete(root, spec.major)) {
+            const QString marker = m.layout().marker();
+            // Whatever stands at the marker's place (a folder, say) would make it
+            // unwritable.
+            removeTree(marker);
+            QFile file(marker);
+            if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate))
+                qWarning("Could not write the import marker: %s", qPrintable(file.errorString()));
+            co_return;
+        }
+        if (outcome == ImportWatcher::Outcome::Hopeless && !unprepared.isEmpty())
+            throw ProcessFailure(u"Godot did not prepare these files: "_s +
+                                 unprepared.join(u", "_s) + u". Open \"Show log\" for details."_s);
+        // Complete when it was closed, and not any more: the editor had begun another
+        // pass over some files. Opened again, it finishes what it left.
+        constexpr int runs = 3;
+        if (outcome == ImportWatcher::Outcome::Complete && run < runs && !deadline.hasExpired()) {
+            log->append(u"Godot had more to prepare; its editor is opened again."_s);
+            continue;
+        }
+        throw ProcessFailure(u"Godot did not finish preparing the game's files (exit code "_s +
+                             QString::number(status) + u"). Open \"Show log\" for details."_s);
     }
-    throw ProcessFailure(u"Godot did not finish preparing the game's files (exit code "_s +
-                         QString::number(status) + u"). Open \"Show log\" for details."_s);
 }
 
 QCoro::Task<void> Pipeline::launch(QString exe, QString root)

@@ -14,6 +14,7 @@ class AppModel;
 class FetchHandle;
 class FileDownloader;
 class FollowingHash;
+class OffscreenDisplay;
 class ProcessBox;
 
 /**
@@ -75,6 +76,9 @@ private:
     void throwIfCancelled() const;
     /** A box for the next setup child, kept where cancel() finds it. */
     std::shared_ptr<ProcessBox> setupBox();
+    /** A private display for the Godot 3 editor, its authority file in `folder`; none
+     *  where the server is not installed or fails to start. */
+    QCoro::Task<std::unique_ptr<OffscreenDisplay>> offscreenDisplay(QString folder);
     /** Puts back what "Update the game" or "Reinstall" set aside, where the new copy
      *  is missing. */
     void restorePrevious();
@@ -84,6 +88,7 @@ private:
     QPointer<FileDownloader> m_downloader;
     std::shared_ptr<FetchHandle> m_checksumFetch;
     std::shared_ptr<ProcessBox> m_setupBox;
+    std::weak_ptr<ProcessBox> m_displayBox; // the Godot 3 editor's private display
     bool m_cancelRequested = false;
     bool m_working = false; // the run's task is held
     QTimer m_promotion;     // starting -> playing once the game has run a while

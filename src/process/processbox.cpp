@@ -255,10 +255,21 @@ ProcessBox::~ProcessBox() = default;
 QProcessEnvironment ProcessBox::environment() const
 {
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    for (const auto &[name, value] : m_variables.asKeyValueRange()) {
+        if (value.isNull())
+            environment.remove(name);
+        else
+            environment.insert(name, value);
+    }
     const qsizetype equals = m_run->token.indexOf('=');
     environment.insert(QString::fromLatin1(m_run->token.left(equals)),
                        QString::fromLatin1(m_run->token.mid(equals + 1)));
     return environment;
+}
+
+void ProcessBox::setVariable(const QString &name, const QString &value)
+{
+    m_variables.insert(name, value);
 }
 
 void ProcessBox::started(QProcess *process)

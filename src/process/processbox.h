@@ -2,6 +2,7 @@
 
 #include "common/taskscope.h"
 
+#include <QHash>
 #include <QProcessEnvironment>
 
 #include <chrono>
@@ -45,8 +46,12 @@ public:
     const TaskScope &scope() const { return m_scope; }
     std::chrono::milliseconds grace() const { return m_grace; }
 
+    /** Sets a variable of the child's environment, or removes it when `value` is null.
+     *  Before the run starts. */
+    void setVariable(const QString &name, const QString &value);
+
     // runProcess's business, on the thread the QProcess lives on.
-    /** The inherited environment plus the run's token. */
+    /** The inherited environment with the variables set here, plus the run's token. */
     QProcessEnvironment environment() const;
     void started(QProcess *process);
     /** The child has ended; whatever of the run is left is ended too. */
@@ -65,4 +70,5 @@ private:
     TaskScope m_scope;
     std::chrono::milliseconds m_grace;
     std::shared_ptr<Run> m_run;
+    QHash<QString, QString> m_variables;
 };

@@ -56,8 +56,7 @@ bool putInState(AppModel &model, const QString &state)
     } else if (state == u"settingUp"_s) {
         preview.state(AppState::settingUp(u"First-time setup, this can take a minute or more"_s))
             .progress(std::nullopt, u"Godot is preparing the game's files\u2026"_s)
-            .setupNote(u"Godot 3 prepares the game in its editor. A Godot window opens for a "
-                       u"moment and is closed automatically; please leave it alone."_s);
+            .setupNote(u"Godot 3 prepares the game's files in the background; no window opens."_s);
     } else if (state == u"needs"_s) {
         preview.state(AppState::needs(u"the game closed unexpectedly"_s))
             .failureReport(Pipeline::failureReportText(

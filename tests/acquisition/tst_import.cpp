@@ -137,93 +137,142 @@ private Q_SLOTS:
     void judgesImport_data()
     {
         QTest::addColumn<QString>("entries"); // in the project folder
+        QTest::addColumn<int>("major");
         QTest::addColumn<bool>("complete");
 
         QTest::newRow("every asset with its sidecar, in any case; other files need none")
             << u".godot/imported/x | Icon.PNG | Icon.PNG.import | a/car.png | a/car.png.import | "
                u"player.gd | png | notes.png.txt | x."_s
-            << true;
+            << 4 << true;
         QTest::newRow("one missing deep down")
-            << u".import/a | icon.png | icon.png.import | a/b/c/d/e/f/g/engine.ogg"_s << false;
+            << u".import/a | icon.png | icon.png.import | a/b/c/d/e/f/g/engine.ogg"_s << 3 << false;
         QTest::newRow("sidecar name is case-sensitive")
-            << u".import/ | Icon.PNG | Icon.png.import"_s << false;
+            << u".import/ | Icon.PNG | Icon.png.import"_s << 3 << false;
         QTest::newRow("sidecar in another folder")
-            << u".import/ | a/horn.wav | b/horn.wav.import"_s << false;
+            << u".import/ | a/horn.wav | b/horn.wav.import"_s << 3 << false;
         QTest::newRow("dangling sidecar link")
-            << u".godot/ | x.svg | x.svg.import->nowhere"_s << false;
+            << u".godot/ | x.svg | x.svg.import->nowhere"_s << 4 << false;
         QTest::newRow("hidden entries and linked folders are not examined")
             << u".import/a | .git/logo.png | a/.cache/x.ttf | .t.jpg | ../out/x.obj | "
                u"shared->../out"_s
-            << true;
+            << 3 << true;
         QTest::newRow(".gdignore folder and everything below it skipped")
             << u".import/ | docs/.gdignore | docs/shot.png | docs/deep/logo.svg | "
                u"art/.gdignore.txt | art/car.png | art/car.png.import"_s
-            << true;
+            << 3 << true;
         QTest::newRow("a .gdignore elsewhere skips nothing here")
-            << u".import/ | docs/.gdignore | art/car.png"_s << false;
-        QTest::newRow("no import folder, nothing to import") << u"main.tscn"_s << false;
-        QTest::newRow("no project folder") << QString() << false;
+            << u".import/ | docs/.gdignore | art/car.png"_s << 3 << false;
+        QTest::newRow("a project of its own inside and everything below it skipped")
+            << u".import/ | demo/project.godot | demo/icon.png | demo/a/b.wav"_s << 3 << true;
+        QTest::newRow("Godot 3 loads fonts as they are")
+            << u".import/ | ui/Font.TTF | ui/title.otf"_s << 3 << true;
+        QTest::newRow("Godot 4 imports fonts") << u".godot/ | ui/font.ttf"_s << 4 << false;
+        QTest::newRow("Godot 3 imports its text scenes") << u".import/ | a.escn"_s << 3 << false;
+        QTest::newRow("and compressed SVG") << u".import/ | a.SVGZ"_s << 3 << false;
+        const QString shipped = u".import/ | icon.png | icon.png.import=[remap]\n\n"
+                                u"importer=\"texture\"\ntype=\"StreamTexture\"\n"
+                                u"path=\"res://.import/icon.png-487276ed.stex\"\n\n[deps]\n\n"
+                                u"source_file=\"res://icon.png\"\n"
+                                u"dest_files=[ \"res://.import/icon.png-487276ed.stex\" ]\n"_s;
+        QTest::newRow("Godot 3 sidecar shipped without what it names") << shipped << 3 << false;
+        QTest::newRow("Godot 3 sidecar with what it names")
+            << shipped + u" | .import/icon.png-487276ed.stex"_s << 3 << true;
+        QTest::newRow("Godot 4 trusts its sidecars")
+            << QString(shipped).replace(u".import/ |"_s, u".godot/ |"_s) << 4 << true;
+        const QString variants =
+            u".import/x.s3tc.stex | a.png | a.png.import=path.s3tc=\"res://.import/x.s3tc.stex\"\n"
+            u"path.etc2=\"res://.import/x.etc2.stex\"\n"
+            u"dest_files=[ \"res://.import/x.s3tc.stex\", \"res://.import/x.etc2.stex\" ]\n"_s;
+        QTest::newRow("every variant a sidecar names, and every file of its list")
+            << variants << 3 << false;
+        QTest::newRow("variants all there") << variants + u" | .import/x.etc2.stex"_s << 3 << true;
+        QTest::newRow("what it names may lie elsewhere in the project")
+            << u".import/ | m.obj | m.obj.import=path=\"res://meshes/m.mesh\" | meshes/m.mesh"_s
+            << 3 << true;
+        QTest::newRow("but never outside it")
+            << u".import/ | m.obj | m.obj.import=path=\"res://../m.mesh\" | ../m.mesh"_s << 3
+            << false;
+        QTest::newRow("and a folder is no imported file")
+            << u".import/ | n.obj | n.obj.import=path=\"res://.import/n\" | .import/n/"_s << 3
+            << false;
+        QTest::newRow("a sidecar that names nothing: the engine could not import it")
+            << u".import/ | broken.png | broken.png.import=[remap]\nvalid=false\n"_s << 3 << true;
+        QTest::newRow("no import folder, nothing to import") << u"main.tscn"_s << 3 << false;
+        QTest::newRow("no project folder") << QString() << 4 << false;
     }
     void judgesImport()
     {
         QFETCH(QString, entries);
+        QFETCH(int, major);
         QFETCH(bool, complete);
         QTemporaryDir dir;
         TestEnv::build(dir.path() + u"/game"_s, items(entries));
-        QCOMPARE(EngineManager::importIsComplete(dir.path() + u"/game"_s), complete);
+        QCOMPARE(EngineManager::importIsComplete(dir.path() + u"/game"_s, major), complete);
     }
 
     void importsWithTheEngine_data()
     {
         QTest::addColumn<int>("major");
-        QTest::addColumn<QString>("engine");    // a fake engine; "none" is none
-        QTest::addColumn<QString>("fakery");    // its settings
-        QTest::addColumn<int>("cancelAfterMs"); // 0: none; -1: before the step starts
-        QTest::addColumn<QString>("message");   // empty: success
-        QTest::addColumn<bool>("closedWhenSettled");
+        QTest::addColumn<QString>("engine");        // a fake engine; "none" is none
+        QTest::addColumn<QString>("fakery");        // its settings
+        QTest::addColumn<bool>("offscreen");        // Xvfb installed
+        QTest::addColumn<int>("cancelAfterMs");     // 0: none; -1: before the step starts
+        QTest::addColumn<QString>("message");       // empty: success
+        QTest::addColumn<int>("closedWhenSettled"); // how often
 
         const QString godot = u"godot.sh"_s, cancelled = u"Setup was cancelled."_s;
         const QString unfinished = u"Godot did not finish preparing the game's files (exit code "
                                    u"%1). Open \"Show log\" for details."_s;
         // The files decide, not the exit status.
         QTest::newRow("Godot 4, complete although the engine failed")
-            << 4 << godot << u"FAKE_EXIT=1"_s << 0 << QString() << false;
+            << 4 << godot << u"FAKE_EXIT=1"_s << false << 0 << QString() << 0;
         QTest::newRow("Godot 4, a sidecar missing")
-            << 4 << godot << u"FAKE_SKIP=Track.PNG"_s << 0 << unfinished.arg(0) << false;
-        QTest::newRow("Godot 3, the editor closed once settled")
-            << 3 << godot << u"FAKE_STEP_SECONDS=0.2"_s << 0 << QString() << true;
+            << 4 << godot << u"FAKE_SKIP=Track.PNG"_s << false << 0 << unfinished.arg(0) << 0;
+        QTest::newRow("Godot 3, the editor closed once settled, off screen")
+            << 3 << godot << u"FAKE_STEP_SECONDS=0.2"_s << true << 0 << QString() << 1;
+        QTest::newRow("Godot 3, on screen without Xvfb")
+            << 3 << godot << u"FAKE_STEP_SECONDS=0.05"_s << false << 0 << QString() << 1;
         QTest::newRow("Godot 3, an editor that never settles closed at the deadline")
-            << 3 << godot << u"FAKE_NEVER_SETTLES=1 | FAKE_STEP_SECONDS=0.03"_s << 0 << QString()
-            << false;
-        QTest::newRow("Godot 3, a sidecar missing: closed at the deadline")
-            << 3 << godot << u"FAKE_SKIP=engine.wav | FAKE_STEP_SECONDS=0.03"_s << 0
-            << unfinished.arg(15) << false;
+            << 3 << godot << u"FAKE_NEVER_SETTLES=1 | FAKE_STEP_SECONDS=0.03"_s << false << 0
+            << QString() << 0;
+        QTest::newRow("Godot 3, a sidecar missing: given up once nothing changes")
+            << 3 << godot << u"FAKE_SKIP=engine.wav | FAKE_STEP_SECONDS=0.03"_s << false << 0
+            << u"Godot did not prepare these files: sounds/engine.wav. Open \"Show log\" for "
+               u"details."_s
+            << 0;
+        QTest::newRow("Godot 3, closed in the middle of a pass: opened again")
+            << 3 << godot << u"FAKE_TORN=icon.png | FAKE_STEP_SECONDS=0.03"_s << false << 0
+            << QString() << 2;
         QTest::newRow("cancel before the engine starts")
-            << 3 << godot << QString() << -1 << cancelled << false;
-        QTest::newRow("cancel an editor that ignores the terminate request")
-            << 3 << godot << u"FAKE_STUBBORN=1"_s << 700 << cancelled << false;
+            << 3 << godot << QString() << true << -1 << cancelled << 0;
+        QTest::newRow("cancel an editor that ignores the terminate request, off screen")
+            << 3 << godot << u"FAKE_STUBBORN=1"_s << true << 900 << cancelled << 0;
         QTest::newRow("an engine that cannot start")
-            << 4 << u"none"_s << QString() << 0
-            << u"The Godot editor could not be started: No such file or directory."_s << false;
+            << 4 << u"none"_s << QString() << false << 0
+            << u"The Godot editor could not be started: No such file or directory."_s << 0;
     }
     void importsWithTheEngine()
     {
         QFETCH(int, major);
         QFETCH(QString, engine);
         QFETCH(QString, fakery);
+        QFETCH(bool, offscreen);
         QFETCH(int, cancelAfterMs);
         QFETCH(QString, message);
-        QFETCH(bool, closedWhenSettled);
+        QFETCH(int, closedWhenSettled);
 
         TestEnv env;
         const QString root = env.base() + u"/Game/Zorbit-master"_s;
         TestEnv::build(root, {u"project.godot=config_version=4"_s, u"Main.tscn"_s, u"icon.png"_s,
-                              u"Track.PNG"_s, u"sounds/engine.wav"_s});
+                              u"Track.PNG"_s, u"sounds/engine.wav"_s, u"ui/title.ttf"_s});
         ScopedEnv fake(fakery);
         AppModel::Config config;
-        config.importPollInterval = std::chrono::milliseconds(150);
-        config.importDeadline = std::chrono::milliseconds(2500);
+        config.importQuiet = std::chrono::milliseconds(150);
+        config.importHopeless = std::chrono::milliseconds(1500);
+        config.importDeadline = std::chrono::milliseconds(4000);
         config.stopGrace = std::chrono::milliseconds(300);
+        if (!offscreen)
+            config.displayServer.clear();
         AppModel model(config);
         if (cancelAfterMs < 0)
             model.cancel();
@@ -234,18 +283,32 @@ private Q_SLOTS:
         auto outcome = runVoidTask(
             model.pipeline().importProject(fakeEngine(engine), major == 3 ? godot3 : godot4, root),
             30000);
-        QCOMPARE(outcome.errorText(), message);
+        QVERIFY2(outcome.errorText() == message, qPrintable(model.log()->lines().join(u'\n')));
         // The marker records a complete import, and nothing else.
         QCOMPARE(QFileInfo::exists(env.base() + u"/imported.marker"_s), message.isEmpty());
         model.log()->append(u"end"_s); // everything logged before has arrived once this has
         QTRY_VERIFY(model.log()->lines().endsWith(u"end"_s));
         const QStringList log = model.log()->lines();
-        QCOMPARE(log.contains(u"Import finished, closing the Godot editor."_s), closedWhenSettled);
+        QCOMPARE(log.count(u"Import finished, closing the Godot editor."_s), closedWhenSettled);
         if (message == u"Setup was cancelled."_s)
             QVERIFY(clock.elapsed() < 5000);
         // A cancel before the start never runs the engine at all.
         QCOMPARE(log.filter(u"Godot Engine v"_s).isEmpty(),
                  cancelAfterMs < 0 || engine != u"godot.sh"_s);
+        if (major == 4 || cancelAfterMs < 0)
+            return;
+        // Off screen, the editor reached its own display with its own authority, and the
+        // display went with it.
+        const QStringList reached = log.filter(u"Editor on display :"_s);
+        QCOMPARE(reached.size(), offscreen ? 1 : 0);
+        QCOMPARE(log.contains(u"Godot 3 prepares the game's files in the background; no window "
+                              u"opens."_s),
+                 offscreen);
+        if (offscreen) {
+            const QString socket = u"/tmp/.X11-unix/X"_s + reached[0].section(u':', -1);
+            QTRY_VERIFY2(!QFileInfo::exists(socket), qPrintable(socket));
+        }
+        QCOMPARE(env.tmpEntries().filter(u"vantro-"_s), QStringList{});
     }
 };
 

@@ -490,7 +490,7 @@ private Q_SLOTS:
         const bool engineDone = EngineManager::executable(layout, godot4).has_value();
         QCOMPARE(QFileInfo::exists(layout.engine(godot4.version)), engineDone);
         if (QFileInfo::exists(base + u"/imported.marker"_s))
-            QVERIFY(gameDone && EngineManager::importIsComplete(game));
+            QVERIFY(gameDone && EngineManager::importIsComplete(game, 4));
 
         const int gameFetches = f.hits(PlayWorld::gamePath),
                   engineFetches = f.hits(PlayWorld::enginePath);
