@@ -181,10 +181,12 @@ private Q_SLOTS:
             << QString(shipped).replace(u".import/ |"_s, u".godot/ |"_s) << 4 << true;
         const QString variants =
             u".import/x.s3tc.stex | a.png | a.png.import=path.s3tc=\"res://.import/x.s3tc.stex\"\n"
-            u"path.etc2=\"res://.import/x.etc2.stex\"\n"
-            u"dest_files=[ \"res://.import/x.s3tc.stex\", \"res://.import/x.etc2.stex\" ]\n"_s;
-        QTest::newRow("every variant a sidecar names, and every file of its list")
-            << variants << 3 << false;
+            u"path.etc2=\"res://.import/x.etc2.stex\"\n"_s;
+        QTest::newRow("every variant a sidecar names") << variants << 3 << false;
+        QTest::newRow("and every file of its list")
+            << variants + u"dest_files=[ \"res://.import/x.s3tc.stex\", \"res://.import/y\" ]"
+                          u" | .import/x.etc2.stex"_s
+            << 3 << false;
         QTest::newRow("variants all there") << variants + u" | .import/x.etc2.stex"_s << 3 << true;
         QTest::newRow("what it names may lie elsewhere in the project")
             << u".import/ | m.obj | m.obj.import=path=\"res://meshes/m.mesh\" | meshes/m.mesh"_s
@@ -213,11 +215,11 @@ private Q_SLOTS:
     void importsWithTheEngine_data()
     {
         QTest::addColumn<int>("major");
-        QTest::addColumn<QString>("engine");        // a fake engine; "none" is none
-        QTest::addColumn<QString>("fakery");        // its settings
-        QTest::addColumn<bool>("offscreen");        // Xvfb installed
-        QTest::addColumn<int>("cancelAfterMs");     // 0: none; -1: before the step starts
-        QTest::addColumn<QString>("message");       // empty: success
+        QTest::addColumn<QString>("engine");    // a fake engine; "none" is none
+        QTest::addColumn<QString>("fakery");    // its settings
+        QTest::addColumn<QString>("display");   // the X server, "stalls" for one that never starts
+        QTest::addColumn<int>("cancelAfterMs"); // 0: none; -1: before the step starts
+        QTest::addColumn<QString>("message");   // empty: success
         QTest::addColumn<int>("closedWhenSettled"); // how often
 
         const QString godot = u"godot.sh"_s, cancelled = u"Setup was cancelled."_s;
@@ -225,30 +227,32 @@ private Q_SLOTS:
                                    u"%1). Open \"Show log\" for details."_s;
         // The files decide, not the exit status.
         QTest::newRow("Godot 4, complete although the engine failed")
-            << 4 << godot << u"FAKE_EXIT=1"_s << false << 0 << QString() << 0;
+            << 4 << godot << u"FAKE_EXIT=1"_s << QString() << 0 << QString() << 0;
         QTest::newRow("Godot 4, a sidecar missing")
-            << 4 << godot << u"FAKE_SKIP=Track.PNG"_s << false << 0 << unfinished.arg(0) << 0;
+            << 4 << godot << u"FAKE_SKIP=Track.PNG"_s << QString() << 0 << unfinished.arg(0) << 0;
         QTest::newRow("Godot 3, the editor closed once settled, off screen")
-            << 3 << godot << u"FAKE_STEP_SECONDS=0.2"_s << true << 0 << QString() << 1;
+            << 3 << godot << u"FAKE_STEP_SECONDS=0.2"_s << u"Xvfb"_s << 0 << QString() << 1;
         QTest::newRow("Godot 3, on screen without Xvfb")
-            << 3 << godot << u"FAKE_STEP_SECONDS=0.05"_s << false << 0 << QString() << 1;
+            << 3 << godot << u"FAKE_STEP_SECONDS=0.05"_s << QString() << 0 << QString() << 1;
         QTest::newRow("Godot 3, an editor that never settles closed at the deadline")
-            << 3 << godot << u"FAKE_NEVER_SETTLES=1 | FAKE_STEP_SECONDS=0.03"_s << false << 0
+            << 3 << godot << u"FAKE_NEVER_SETTLES=1 | FAKE_STEP_SECONDS=0.03"_s << QString() << 0
             << QString() << 0;
         QTest::newRow("Godot 3, a sidecar missing: given up once nothing changes")
-            << 3 << godot << u"FAKE_SKIP=engine.wav | FAKE_STEP_SECONDS=0.03"_s << false << 0
+            << 3 << godot << u"FAKE_SKIP=engine.wav | FAKE_STEP_SECONDS=0.03"_s << QString() << 0
             << u"Godot did not prepare these files: sounds/engine.wav. Open \"Show log\" for "
                u"details."_s
             << 0;
         QTest::newRow("Godot 3, closed in the middle of a pass: opened again")
-            << 3 << godot << u"FAKE_TORN=icon.png | FAKE_STEP_SECONDS=0.03"_s << false << 0
+            << 3 << godot << u"FAKE_TORN=icon.png | FAKE_STEP_SECONDS=0.03"_s << QString() << 0
             << QString() << 2;
         QTest::newRow("cancel before the engine starts")
-            << 3 << godot << QString() << true << -1 << cancelled << 0;
+            << 3 << godot << QString() << u"Xvfb"_s << -1 << cancelled << 0;
         QTest::newRow("cancel an editor that ignores the terminate request, off screen")
-            << 3 << godot << u"FAKE_STUBBORN=1"_s << true << 900 << cancelled << 0;
+            << 3 << godot << u"FAKE_STUBBORN=1"_s << u"Xvfb"_s << 900 << cancelled << 0;
+        QTest::newRow("cancel while the display starts")
+            << 3 << godot << QString() << u"stalls"_s << 300 << cancelled << 0;
         QTest::newRow("an engine that cannot start")
-            << 4 << u"none"_s << QString() << false << 0
+            << 4 << u"none"_s << QString() << QString() << 0
             << u"The Godot editor could not be started: No such file or directory."_s << 0;
     }
     void importsWithTheEngine()
@@ -256,7 +260,8 @@ private Q_SLOTS:
         QFETCH(int, major);
         QFETCH(QString, engine);
         QFETCH(QString, fakery);
-        QFETCH(bool, offscreen);
+        QFETCH(QString, display);
+        const bool offscreen = display == u"Xvfb"_s;
         QFETCH(int, cancelAfterMs);
         QFETCH(QString, message);
         QFETCH(int, closedWhenSettled);
@@ -271,8 +276,7 @@ private Q_SLOTS:
         config.importHopeless = std::chrono::milliseconds(1500);
         config.importDeadline = std::chrono::milliseconds(4000);
         config.stopGrace = std::chrono::milliseconds(300);
-        if (!offscreen)
-            config.displayServer.clear();
+        config.displayServer = display == u"stalls"_s ? fakeEngine(u"godot.sh"_s) : display;
         AppModel model(config);
         if (cancelAfterMs < 0)
             model.cancel();
@@ -292,9 +296,9 @@ private Q_SLOTS:
         QCOMPARE(log.count(u"Import finished, closing the Godot editor."_s), closedWhenSettled);
         if (message == u"Setup was cancelled."_s)
             QVERIFY(clock.elapsed() < 5000);
-        // A cancel before the start never runs the engine at all.
+        // A cancel before the start, or while its display starts, never runs the engine.
         QCOMPARE(log.filter(u"Godot Engine v"_s).isEmpty(),
-                 cancelAfterMs < 0 || engine != u"godot.sh"_s);
+                 cancelAfterMs < 0 || display == u"stalls"_s || engine != u"godot.sh"_s);
         if (major == 4 || cancelAfterMs < 0)
             return;
         // Off screen, the editor reached its own display with its own authority, and the

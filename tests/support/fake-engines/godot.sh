@@ -12,6 +12,8 @@
 #     first starts two helpers that ignore SIGTERM, one orphaned in a session of its own.
 # FAKE_SKIP=NAME leaves out that asset's sidecar; FAKE_UNRUNNABLE=1 drops its own
 # execute permission after an import. SIGTERM ends it by the signal, as the real one.
+# -displayfd ...: an X server that never gets ready.
+[ "$1" = -displayfd ] && exec sleep 60
 project= mode=game arguments="$*" sleeper=
 while [ $# -gt 0 ]; do
     case $1 in
