@@ -62,7 +62,7 @@ public:
         // The Godot 3 import: judged once its folders have been quiet this long,
         // given up when they stay quiet this long with files still missing, and
         // closed at the deadline regardless.
-        std::chrono::milliseconds importQuiet{1000};
+        std::chrono::milliseconds importQuiet{800};
         std::chrono::milliseconds importHopeless{180 * 1000};
         std::chrono::milliseconds importDeadline{1200 * 1000};
         // The X server that hides the Godot 3 editor, looked up in PATH; empty for none.

@@ -56,9 +56,13 @@ private Q_SLOTS:
         const ImportFixture fixture = ImportFixtures::write(kind, env.base() + u"/Game/"_s + kind);
         AppModel model(AppModel::Config{});
         QElapsedTimer clock;
-        qint64 editorStart = -1, completeAt = -1, closedAt = -1;
+        const QString note =
+            u"Godot 3 prepares the game's files in the background; no window opens."_s;
+        qint64 displayReady = -1, editorStart = -1, completeAt = -1, closedAt = -1;
         connect(model.log(), &LogStore::linesChanged, this, [&] {
             const QStringList lines = model.log()->lines();
+            if (displayReady < 0 && lines.contains(note))
+                displayReady = clock.elapsed();
             if (editorStart < 0 && !lines.filter(u"Godot Engine v"_s).isEmpty())
                 editorStart = clock.elapsed();
             if (closedAt < 0 && lines.contains(u"Import finished, closing the Godot editor."_s))
@@ -77,8 +81,7 @@ private Q_SLOTS:
         poll.stop();
         const QStringList log = model.log()->lines();
         QVERIFY2(outcome.errorText().isEmpty(), qPrintable(log.join(u'\n')));
-        QVERIFY(log.contains(u"Godot 3 prepares the game's files in the background; no window "
-                             u"opens."_s));
+        QVERIFY(displayReady >= 0);
 
         // The judgement agrees with what the engine wrote: each asset it imports has its
         // sidecar and its imported file under Godot's own name for it; the rest has none.
@@ -106,10 +109,11 @@ private Q_SLOTS:
         game.waitForFinished(10000);
         const QStringList gameLog = QString::fromUtf8(game.readAll()).split(u'\n');
         QCOMPARE(missingResources(gameLog), QStringList());
-        qInfo("%s: editor started %.1f s, import complete %.1f s, editor closed %.1f s "
-              "(after the start %.1f s and %.1f s)",
-              qPrintable(kind), editorStart / 1000.0, completeAt / 1000.0, closedAt / 1000.0,
-              (completeAt - editorStart) / 1000.0, (closedAt - editorStart) / 1000.0);
+        qInfo("%s: display ready %lld ms, editor started %.1f s, import complete %.1f s, editor "
+              "closed %.1f s (after the start %.1f s and %.1f s)",
+              qPrintable(kind), displayReady, editorStart / 1000.0, completeAt / 1000.0,
+              closedAt / 1000.0, (completeAt - editorStart) / 1000.0,
+              (closedAt - editorStart) / 1000.0);
     }
 
     void playsWithTheRealEngine()
