@@ -2,21 +2,17 @@
 // loopback server, the real bsdtar and real folders: what arrives, and what a bad
 // download must never lose.
 #include "acquisition/engineinstall.h"
-#include "acquisition/filedownloader.h"
 #include "acquisition/repodownloader.h"
-#include "acquisition/tempfolders.h"
 #include "app/appmodel.h"
 #include "app/pipeline.h"
 #include "common/fileops.h"
 #include "coro.h"
-#include "process/processfailure.h"
+#include "playworld.h"
 #include "testenv.h"
 #include "testhttpserver.h"
 
 #include <QDir>
 #include <QProcess>
-#include <QRandomGenerator>
-#include <QRegularExpression>
 #include <QScopeGuard>
 #include <QTest>
 #include <QTimer>
@@ -31,23 +27,16 @@ const QString listPath = u"/releases/4.3-stable/SHA512-SUMS.txt"_s;
 const EngineSpec spec{u"4.3-stable"_s, zipName, 4};
 const QString digestA = QString(128, u'a');
 const QByteArray project = "config_version=4\n[application]\nconfig/name=\"Zorbit\"\n";
-const QByteArray release = "#!/bin/sh\necho released\n";
 
 Route body(const QByteArray &bytes, int status = 200, bool sendLength = true)
 {
-    Route route;
-    route.body = bytes;
-    route.status = status;
-    route.sendLength = sendLength;
-    return route;
+    return {.status = status, .body = bytes, .sendLength = sendLength};
 }
 
 // Announces a length, then sends nothing of it.
 Route announcing(qint64 length)
 {
-    Route route = body({}, 200, false);
-    route.headers = {{"Content-Length", QByteArray::number(length)}};
-    return route;
+    return {.sendLength = false, .headers = {{"Content-Length", QByteArray::number(length)}}};
 }
 
 // "~" before an expected message means: contained in the error.
@@ -59,11 +48,6 @@ void compareError(const QString &error, const QString &expected)
         QCOMPARE(error, expected);
 }
 
-QString sha512sum(const QString &file)
-{
-    return TestEnv::toolOutput(u"sha512sum"_s, {file}).section(u' ', 0, 0);
-}
-
 // The log as it stands once everything logged so far has arrived.
 QStringList settled(LogStore *log)
 {
@@ -72,8 +56,6 @@ QStringList settled(LogStore *log)
     return log->lines();
 }
 } // namespace
-
-Q_DECLARE_METATYPE(Route)
 
 class TestAcquisition : public QObject
 {
@@ -92,29 +74,6 @@ private Q_SLOTS:
         QCOMPARE(read(u"<html>\n\n   \n*** ***\n"_s + digestA + u"  "_s + zipName + u"\n"_s +
                       QString(128, u'b') + u"  "_s + zipName),
                  digestA);
-    }
-
-    // Bytes of the total and the speed; without a length (chunked) the first Play over
-    // HTTPS shows what stays.
-    void downloadsWithProgress()
-    {
-        TestEnv env;
-        TestHttpServer server;
-        server.setRoute(u"/game.zip"_s, body(QByteArray(2000000, 'x')));
-        const QString dir = TempFolders::make();
-        AppModel model(AppModel::Config{});
-        const QUrl url = server.url(u"/game.zip"_s);
-        auto outcome =
-            runTask(model.pipeline().download(u"game"_s, u"the game"_s, url, u"game.zip"_s, dir));
-        QCOMPARE(TestEnv::readFile(outcome.value.value_or(QString())), QByteArray(2000000, 'x'));
-        QCOMPARE(model.state(), AppState::downloading(u"the game"_s));
-        // Progress arrives on later turns of the event loop.
-        const QRegularExpression shown(
-            u"^2\u00a0MB of 2\u00a0MB \u00b7 (Zero|[\\d.]+)\u00a0[KMG]?B/s$"_s);
-        QTRY_VERIFY2(shown.match(model.progressText()).hasMatch(),
-                     qPrintable(model.progressText()));
-        QTRY_COMPARE(model.progress(), std::optional(1.0));
-        QVERIFY(settled(model.log()).contains(u"Downloading "_s + url.toString()));
     }
 
     // Asked with HEAD only, engine first; a size that cannot be had counts nothing.
@@ -142,10 +101,8 @@ private Q_SLOTS:
         const QString engineZip = u"/releases/3.5.3-stable/Godot_v3.5.3-stable_x11.64.zip"_s;
         server.setRoute(engineZip, engine);
         server.setRoute(u"/master.zip"_s, game);
-        AppModel::Config config;
-        config.engineEndpoint = server.url(u"/releases/"_s).toString();
-        config.gameArchiveUrl = server.url(u"/master.zip"_s).toString();
-        AppModel model(config);
+        AppModel model({.engineEndpoint = server.url(u"/releases/"_s).toString(),
+                        .gameArchiveUrl = server.url(u"/master.zip"_s).toString()});
         QVERIFY(runVoidTask(model.loadSizeEstimate()).ok());
         QCOMPARE(model.downloadSizeText().value_or(QString()), text);
         QCOMPARE(server.methods(u"/master.zip"_s), QList<QByteArray>{"HEAD"});
@@ -161,9 +118,7 @@ private Q_SLOTS:
         const Route zip = TestHttpServer::file(u"game.zip"_s);
         const QString unpackFailed = u"Unpacking the download failed (bsdtar exit 1)."_s;
         const QString noSpace = u"~There is not enough free space: "_s;
-        Route stall = body(QByteArray(1000, 'x'));
-        stall.stall = true;
-        QTest::newRow("top folder as the host serves it") << QString() << zip << QString();
+        const Route stall{.body = QByteArray(1000, 'x'), .stall = true};
         QTest::newRow("project at the root of the zip") << u"rootProject"_s << zip << QString();
         QTest::newRow("names that are not UTF-8 everywhere") << u"badNames"_s << zip << QString();
         QTest::newRow("files where Game and GameStaging belong") << u"files"_s << zip << QString();
@@ -295,9 +250,7 @@ private Q_SLOTS:
         TestEnv::build(env.tmp(), {u"kept"_s, u"source/x"_s});
         TestEnv::zipFolder(env.tmp() + u"/source"_s, env.root() + u"/x.zip"_s);
         QVERIFY(!removeTree(u"kept"_s));
-        {
-            const FolderGuard guard{QString()};
-        }
+        FolderGuard{QString()};
         LogStore log;
         auto nowhere = runVoidTask(RepoDownloader::unzip(env.root() + u"/x.zip"_s, QString(), &log,
                                                          std::make_shared<ProcessBox>(),
@@ -316,14 +269,12 @@ private Q_SLOTS:
         const QString listFailed = u"Could not get the engine checksum list"_s;
         const QString tooLarge = u"The engine checksum list is larger than 1\u00a0MB, which no "
                                  u"real list is, so it was not read."_s;
-        Route stall = body("x");
-        stall.stall = true;
+        const Route stall{.body = "x", .stall = true};
         // A close-delimited body the server would go on with for ever, as far as the
         // client can tell.
-        Route endless = body(QByteArray(2 << 20, ' '), 200, false);
-        endless.dripBytesPerChunk = 64 * 1024;
+        const Route endless{
+            .body = QByteArray(2 << 20, ' '), .sendLength = false, .dripBytesPerChunk = 64 * 1024};
         const Route own = body({}, 0);
-        QTest::newRow("nothing there") << QString() << own << QString() << true;
         QTest::newRow("far larger than the hash may lag") << u"big"_s << own << QString() << true;
         QTest::newRow("files where the build and its staging belong")
             << u"files"_s << own << QString() << true;
@@ -366,11 +317,15 @@ private Q_SLOTS:
         TestEnv env;
         TestHttpServer server;
         // A big one makes the download wait for its hash now and then.
-        const QString zip =
-            serveRelease(env, server, fault != u"noExecutable", fault == u"big" ? 60'000'000 : 14);
+        PlayWorld{.engine = fault == u"noExecutable" ? QString() : u"godot.sh"_s,
+                  .enginePadding = fault == u"big" ? 60'000'000 : 0}
+            .serve(server, env.root());
         if (fault == u"corrupt") {
-            TestEnv::writeFile(zip, "PK\x03\x04 this is not really a zip archive at all");
-            server.setRoute(listPath, body((sha512sum(zip) + u"  "_s + zipName).toUtf8()));
+            TestEnv::writeFile(env.root() + u'/' + zipName,
+                               "PK\x03\x04 this is not really a zip archive at all");
+            // sha512sum's own line is the list's.
+            const QString sums = TestEnv::toolOutput(u"sha512sum"_s, {zipName}, env.root());
+            server.setRoute(listPath, body(sums.toUtf8()));
         }
         if (list.status)
             server.setRoute(listPath, list);
@@ -403,29 +358,13 @@ private Q_SLOTS:
             QVERIFY(QFileInfo(env.base()).isFile());
         } else {
             QCOMPARE(TestEnv::entries(engines), QStringList{u"4.3-stable"_s});
-            QCOMPARE(TestEnv::readFile(engine), message.isEmpty() ? release : "#!/bin/sh\n");
+            QCOMPARE(TestEnv::readFile(engine), message.isEmpty()
+                                                    ? TestEnv::readFile(fakeEngine(u"godot.sh"_s))
+                                                    : "#!/bin/sh\n");
             QCOMPARE(EngineManager::executable(model.layout(), spec).value_or(QString()), engine);
         }
         QCOMPARE(settled(model.log()).contains(u"Checksum OK (SHA-512)."_s),
-                 message.isEmpty() || fault == u"corrupt" || fault == u"noExecutable" ||
-                     fault == u"blockedBase");
-    }
-
-private:
-    // An engine release as the engine project publishes it: its zip and checksum list.
-    static QString serveRelease(const TestEnv &env, TestHttpServer &server, bool runnable = true,
-                                qint64 size = 14)
-    {
-        const QString folder = env.root() + u"/release-src"_s;
-        TestEnv::writeFile(folder + u"/Godot_v4.3-stable_linux.x86_64"_s, release, runnable);
-        QByteArray noise(size, Qt::Uninitialized); // that no zip can shrink
-        QRandomGenerator(7).fillRange(reinterpret_cast<quint32 *>(noise.data()), size / 4);
-        TestEnv::writeFile(folder + u"/README.txt"_s, noise);
-        const QString zip = env.root() + u"/release/"_s + zipName;
-        TestEnv::zipFolder(folder, zip);
-        server.setRoute(zipPath, TestHttpServer::file(zip));
-        server.setRoute(listPath, body((sha512sum(zip) + u"  "_s + zipName + u'\n').toUtf8()));
-        return zip;
+                 archiveFetched && !message.contains(u"checksum"_s));
     }
 };
 

@@ -15,256 +15,235 @@
 #include <QTest>
 
 using namespace Qt::StringLiterals;
+using Route = TestHttpServer::Route;
 using Tls = TestHttpServer::Tls;
 
 namespace {
 // Lines that a framing error or a lost piece would show as a wrong body.
 const QByteArray payload = QByteArray("0123456789abcde\n").repeated(18750);
+const Route plain{.body = payload};
 
 // Qt never sends "localhost" or a loopback address through a proxy, so the rows
 // that the proxy must see ask for the machine by its own name.
 QString machineName()
 {
     const QString name = QHostInfo::localHostName();
-    for (const QHostAddress &address : QHostInfo::fromName(name).addresses()) {
-        if (address.protocol() == QAbstractSocket::IPv4Protocol)
-            return name;
-    }
-    return {};
+    const auto ipv4 = [](const auto &a) { return a.protocol() == QHostAddress::IPv4Protocol; };
+    return std::ranges::any_of(QHostInfo::fromName(name).addresses(), ipv4) ? name : QString();
 }
 
 const QString digest = u"0123456789abcdef"_s.repeated(8);
 const EngineSpec spec{u"4.3-stable"_s, u"Godot_v4.3-stable_linux.x86_64.zip"_s, 4};
 } // namespace
 
-Q_DECLARE_METATYPE(TestHttpServer::Route)
-
 class TestNetwork : public QObject
 {
     Q_OBJECT
 
 private Q_SLOTS:
-    void initTestCase();
-    void fetches_data();
-    void fetches();
-    void firstPlayOverHttps();
-    void cleanupTestCase();
+    void initTestCase()
+    {
+        TestCa::trustInThisProcess();
+        for (const char *name : {"https_proxy", "HTTPS_PROXY", "http_proxy", "HTTP_PROXY",
+                                 "all_proxy", "ALL_PROXY", "no_proxy", "NO_PROXY"})
+            qunsetenv(name);
+        m_proxy.emplace();
+        m_refusing.emplace(true);
+    }
+
+    void fetches_data()
+    {
+        QTest::addColumn<QString>("host");        // "machine": machineName()
+        QTest::addColumn<QString>("environment"); // NAME=VALUE, blank-separated
+        QTest::addColumn<bool>("proxied");
+        QTest::addColumn<QString>("outcome");
+        QTest::addColumn<int>("tls");
+        QTest::addColumn<Route>("route");
+        QTest::addColumn<QString>("what"); // file, checksum (the list), size
+        QTest::addColumn<QString>("hop");  // where the route redirects to: http
+
+        const Route reset{.body = payload, .resetAfterBytes = 100000};
+        const Route sums{.body = (digest + u"  "_s + spec.zipName + u'\n').toUtf8()};
+        const auto row = [&](const char *name, const QString &host, const QString &environment,
+                             bool proxied, const QString &outcome, Tls tls = Tls::Valid,
+                             const Route &route = plain, const QString &what = u"file"_s,
+                             const QString &hop = {}) {
+            QTest::newRow(name) << host << environment << proxied << outcome << int(tls) << route
+                                << what << hop;
+        };
+        const QString whole = u"whole file, 300000 of 300000 bytes"_s;
+        const QString unverified = u"The download failed: the secure connection to {host} could "
+                                   u"not be verified (the certificate "_s;
+        const QString refused = u"the proxy server {refusing} refused the connection."_s;
+        const QString viaProxy = u"https_proxy=http://{proxy}"_s;
+        const QString viaRefusing = u"https_proxy=http://{refusing}"_s;
+        const QString local = u"127.0.0.1"_s, machine = u"machine"_s, none;
+
+        row("https", local, none, false, whole);
+        row("https redirected to http", local, none, false,
+            u"The download failed: the server redirected it from a secure (https) address to an "
+            u"insecure (http) one, which is refused."_s,
+            Tls::Valid, plain, u"file"_s, u"http"_s);
+        row("certificate for another host", u"127.0.0.2"_s, none, false,
+            unverified + u"is for a different host)."_s, Tls::WrongHost);
+        row("expired certificate", u"localhost"_s, none, false, unverified + u"has expired)."_s,
+            Tls::Expired);
+        row("certificate from an unknown CA", local, none, false,
+            unverified + u"was not issued by an authority that this computer trusts)."_s,
+            Tls::UnknownCa);
+        row("stalled handshake", local, none, false,
+            u"The download stalled: nothing arrived for 0.5 seconds."_s, Tls::Stall);
+        row("reset mid-body", local, none, false,
+            u"The download failed: the connection closed before the whole file arrived."_s,
+            Tls::Valid, reset);
+
+        // Where Qt 6.4's reading of the variables (through libproxy) goes wrong.
+        row("proxy without http://", machine, u"HTTPS_PROXY={proxy}"_s, true, whole);
+        row("all_proxy", machine, u"all_proxy=http://{proxy}"_s, true, whole);
+        row("no_proxy names the host", machine, viaProxy + u" no_proxy=example.invalid,{host}"_s,
+            false, whole);
+        row("no_proxy with a leading dot", machine, viaProxy + u" NO_PROXY=.{host}"_s, false,
+            whole);
+        row("no_proxy=*", machine, viaProxy + u" no_proxy=*"_s, false, whole);
+        row("refusing proxy", machine, viaRefusing, false, u"The download failed: "_s + refused);
+
+        row("checksum list through the proxy", machine, viaProxy, true, digest, Tls::Valid, sums,
+            u"checksum"_s);
+        row("checksum list, refusing proxy", machine, viaRefusing, false,
+            u"Could not get the engine checksum list: "_s + refused, Tls::Valid, sums,
+            u"checksum"_s);
+        row("size through the proxy", machine, viaProxy, true, u"300000"_s, Tls::Valid, plain,
+            u"size"_s);
+    }
+
+    void fetches()
+    {
+        QFETCH(QString, what);
+        QFETCH(int, tls);
+        QFETCH(QString, host);
+        QFETCH(Route, route);
+        QFETCH(QString, hop);
+        QFETCH(QString, environment);
+        QFETCH(bool, proxied);
+        QFETCH(QString, outcome);
+
+        if (host == u"machine") {
+            host = machineName();
+            if (host.isEmpty())
+                QSKIP(
+                    "this machine's own name does not resolve, so no request can reach the proxy");
+        }
+        auto fill = [&](QString text) {
+            auto port = [](const TestProxy &proxy) {
+                return QString::fromLatin1(proxy.address()).section(u"//"_s, 1);
+            };
+            return text.replace(u"{host}"_s, host)
+                .replace(u"{proxy}"_s, port(*m_proxy))
+                .replace(u"{refusing}"_s, port(*m_refusing));
+        };
+        const ScopedEnv variables(fill(environment).split(u' ', Qt::SkipEmptyParts).join(u" | "_s));
+
+        TestEnv env;
+        TestHttpServer server(Tls(tls), host);
+        const QString path = what == u"checksum" ? u"/releases/4.3-stable/SHA512-SUMS.txt"_s
+                                                 : u"/Godot_v4.3-stable_linux.x86_64.zip"_s;
+        std::optional<TestHttpServer> next;
+        if (!hop.isEmpty()) {
+            next.emplace(Tls::None);
+            next->setRoute(path, route);
+            route = TestHttpServer::redirect(next->url(path).toEncoded());
+        }
+        server.setRoute(path, route);
+
+        QString result;
+        const QString dir = env.root() + u"/downloads"_s;
+        if (what == u"file") {
+            FileDownloader downloader(dir, spec.zipName);
+            downloader.setIdleTimeout(std::chrono::milliseconds(500));
+            qint64 written = 0, expected = 0;
+            auto got = runTask(downloader.download(server.url(path), [&](qint64 w, qint64 e) {
+                written = w;
+                expected = e;
+            }));
+            if (!got.ok())
+                result = got.errorText();
+            else if (TestEnv::readFile(*got.value) != payload)
+                result = u"wrong content"_s;
+            else
+                result = u"whole file, %1 of %2 bytes"_s.arg(written).arg(expected);
+            // Nothing is written unless all of it arrived: no file, no part file.
+            QCOMPARE(QDir(dir).entryList(QDir::Files | QDir::Hidden),
+                     got.ok() ? QStringList{spec.zipName} : QStringList{});
+        } else if (what == u"checksum") {
+            const QString endpoint = server.url(u"/releases/"_s).toString();
+            auto got = runTask(EngineManager::expectedChecksum(
+                spec, endpoint, std::chrono::milliseconds(500), std::make_shared<FetchHandle>()));
+            result = got.ok() ? *got.value : got.errorText();
+        } else {
+            auto got = runTask(RepoDownloader::remoteSize(server.url(path), {}));
+            result = *got.value ? QString::number(**got.value) : u"none"_s;
+        }
+
+        QCOMPARE(result, fill(outcome));
+        if (next)
+            QCOMPARE(next->hits(path), 0);
+        const QRegularExpression target(QRegularExpression::escape(host) + u":"_s +
+                                        QString::number(server.port()) + u"[ /]"_s);
+        QCOMPARE(!m_proxy->requests().filter(target).isEmpty(), proxied);
+        // Only a proxy that refuses, or a handshake that fails, keeps it from the server.
+        const bool reached = !environment.contains(u"{refusing}"_s) &&
+                             (Tls(tls) == Tls::Valid || Tls(tls) == Tls::None);
+        QCOMPARE(server.hits(path) > 0, reached);
+    }
+
+    // A first Play from an empty disk as a player's goes: all over HTTPS, the game's
+    // archive chunked without a length, the engine's release address redirecting to
+    // another host.
+    void firstPlayOverHttps()
+    {
+        TestEnv env;
+        TestHttpServer server(Tls::Valid, u"localhost"_s);
+        TestHttpServer mirror(Tls::Valid, u"127.0.0.2"_s);
+        AppModel::Config config = PlayWorld{.gamePadding = 500000}.serve(server, env.root());
+        config.promotionDelay = std::chrono::milliseconds(400);
+        config.settleDelay = std::chrono::milliseconds(50);
+        const QString engine = QString::fromLatin1(PlayWorld::enginePath);
+        mirror.setRoute(engine, TestHttpServer::file(env.root() + u"/"_s + spec.zipName));
+        server.setRoute(engine, TestHttpServer::redirect(mirror.url(engine).toEncoded()));
+        server.setRoute(QString::fromLatin1(PlayWorld::gamePath),
+                        {.filePath = env.root() + u"/game.zip"_s, .chunked = true});
+
+        ScopedEnv run(u"FAKE_RUN_SECONDS=0.8"_s);
+        QStringList gameProgress;
+        bool fraction = false;
+        AppModel model(config);
+        connect(&model, &AppModel::progressTextChanged, this, [&] {
+            if (model.state() == AppState::downloading(u"the game"_s)) {
+                gameProgress.append(model.progressText());
+                fraction = fraction || model.progress();
+            }
+        });
+        model.play();
+        QTRY_VERIFY_WITH_TIMEOUT(!model.isWorking(), 30000);
+        QVERIFY2(model.state() == AppState::ready(), qPrintable(model.log()->lines().join(u'\n')));
+        QVERIFY(mirror.methods(engine).contains("GET"));
+        // Bytes and speed, never a total or a fraction.
+        QVERIFY2(!gameProgress.filter(u" \u00b7 "_s).isEmpty(),
+                 qPrintable(gameProgress.join(u'|')));
+        QVERIFY2(gameProgress.filter(u" of "_s).isEmpty(), qPrintable(gameProgress.join(u'|')));
+        QVERIFY(!fraction);
+    }
+
+    void cleanupTestCase()
+    {
+        // Its network thread would otherwise end only with the application, after the
+        // leak checker has looked at the TLS state that thread still holds.
+        delete sharedNetwork();
+    }
 
 private:
     std::optional<TestProxy> m_proxy, m_refusing;
 };
-
-void TestNetwork::initTestCase()
-{
-    TestCa::trustInThisProcess();
-    for (const char *name : {"https_proxy", "HTTPS_PROXY", "http_proxy", "HTTP_PROXY", "all_proxy",
-                             "ALL_PROXY", "no_proxy", "NO_PROXY"})
-        qunsetenv(name);
-    m_proxy.emplace();
-    m_refusing.emplace(true);
-}
-
-void TestNetwork::fetches_data()
-{
-    QTest::addColumn<QString>("what"); // file, checksum (the list), size
-    QTest::addColumn<int>("tls");
-    QTest::addColumn<QString>("host"); // "machine": machineName()
-    QTest::addColumn<TestHttpServer::Route>("route");
-    QTest::addColumn<QString>("hop");         // where the route redirects to: http
-    QTest::addColumn<QString>("environment"); // NAME=VALUE, blank-separated
-    QTest::addColumn<bool>("proxied");
-    QTest::addColumn<QString>("outcome");
-
-    TestHttpServer::Route plain;
-    plain.body = payload;
-    TestHttpServer::Route reset = plain;
-    reset.resetAfterBytes = 100000;
-    TestHttpServer::Route sums;
-    sums.body = (digest + u"  "_s + spec.zipName + u"\n"_s).toUtf8();
-    const QString whole = u"whole file, 300000 of 300000 bytes"_s;
-    const QString unverified = u"The download failed: the secure connection to {host} could not "
-                               u"be verified (the certificate "_s;
-    const QString refused = u"the proxy server {refusing} refused the connection."_s;
-    const QString viaProxy = u"https_proxy=http://{proxy}"_s;
-    const QString file = u"file"_s, local = u"127.0.0.1"_s, machine = u"machine"_s, none;
-    const int valid = int(Tls::Valid);
-
-    QTest::newRow("https") << file << valid << local << plain << none << none << false << whole;
-    QTest::newRow("https redirected to http")
-        << file << valid << local << plain << u"http"_s << none << false
-        << u"The download failed: the server redirected it from a secure (https) address to an "
-           u"insecure (http) one, which is refused."_s;
-    QTest::newRow("certificate for another host")
-        << file << int(Tls::WrongHost) << u"127.0.0.2"_s << plain << none << none << false
-        << unverified + u"is for a different host)."_s;
-    QTest::newRow("expired certificate")
-        << file << int(Tls::Expired) << u"localhost"_s << plain << none << none << false
-        << unverified + u"has expired)."_s;
-    QTest::newRow("certificate from an unknown CA")
-        << file << int(Tls::UnknownCa) << local << plain << none << none << false
-        << unverified + u"was not issued by an authority that this computer trusts)."_s;
-    QTest::newRow("stalled handshake")
-        << file << int(Tls::Stall) << local << plain << none << none << false
-        << u"The download stalled: nothing arrived for 0.5 seconds."_s;
-    QTest::newRow("reset mid-body")
-        << file << valid << local << reset << none << none << false
-        << u"The download failed: the connection closed before the whole file arrived."_s;
-
-    QTest::newRow("https_proxy") << file << valid << machine << plain << none << viaProxy << true
-                                 << whole;
-    // Where Qt 6.4's reading of the variables (through libproxy) goes wrong.
-    QTest::newRow("proxy without http://")
-        << file << valid << machine << plain << none << u"HTTPS_PROXY={proxy}"_s << true << whole;
-    QTest::newRow("all_proxy") << file << valid << machine << plain << none
-                               << u"all_proxy=http://{proxy}"_s << true << whole;
-    QTest::newRow("no_proxy names the host")
-        << file << valid << machine << plain << none
-        << viaProxy + u" no_proxy=example.invalid,{host}"_s << false << whole;
-    QTest::newRow("no_proxy with a leading dot")
-        << file << valid << machine << plain << none << viaProxy + u" NO_PROXY=.{host}"_s << false
-        << whole;
-    QTest::newRow("no_proxy=*") << file << valid << machine << plain << none
-                                << viaProxy + u" no_proxy=*"_s << false << whole;
-    QTest::newRow("refusing proxy")
-        << file << valid << machine << plain << none << u"https_proxy=http://{refusing}"_s << false
-        << u"The download failed: "_s + refused;
-
-    QTest::newRow("checksum list through the proxy")
-        << u"checksum"_s << valid << machine << sums << none << viaProxy << true << digest;
-    QTest::newRow("checksum list, refusing proxy")
-        << u"checksum"_s << valid << machine << sums << none << u"https_proxy=http://{refusing}"_s
-        << false << u"Could not get the engine checksum list: "_s + refused;
-    QTest::newRow("size through the proxy")
-        << u"size"_s << valid << machine << plain << none << viaProxy << true << u"300000"_s;
-}
-
-void TestNetwork::fetches()
-{
-    QFETCH(QString, what);
-    QFETCH(int, tls);
-    QFETCH(QString, host);
-    QFETCH(TestHttpServer::Route, route);
-    QFETCH(QString, hop);
-    QFETCH(QString, environment);
-    QFETCH(bool, proxied);
-    QFETCH(QString, outcome);
-
-    if (host == u"machine") {
-        host = machineName();
-        if (host.isEmpty())
-            QSKIP("this machine's own name does not resolve, so no request can reach the proxy");
-    }
-    auto fill = [&](QString text) {
-        auto port = [](const TestProxy &proxy) {
-            return QString::fromLatin1(proxy.address()).section(u"//"_s, 1);
-        };
-        return text.replace(u"{host}"_s, host)
-            .replace(u"{proxy}"_s, port(*m_proxy))
-            .replace(u"{refusing}"_s, port(*m_refusing));
-    };
-    const ScopedEnv variables(fill(environment).split(u' ', Qt::SkipEmptyParts).join(u" | "_s));
-
-    TestEnv env;
-    TestHttpServer server(Tls(tls), host);
-    const QString path = what == u"checksum" ? u"/releases/4.3-stable/SHA512-SUMS.txt"_s
-                                             : u"/Godot_v4.3-stable_linux.x86_64.zip"_s;
-    std::optional<TestHttpServer> next;
-    if (!hop.isEmpty()) {
-        next.emplace(Tls::None);
-        next->setRoute(path, route);
-        route = TestHttpServer::redirect(next->url(path).toEncoded());
-    }
-    server.setRoute(path, route);
-
-    QString result;
-    const QString dir = env.root() + u"/downloads"_s;
-    if (what == u"file") {
-        FileDownloader downloader(dir, spec.zipName);
-        downloader.setIdleTimeout(std::chrono::milliseconds(500));
-        qint64 written = 0, expected = 0;
-        auto got = runTask(downloader.download(server.url(path), [&](qint64 w, qint64 e) {
-            written = w;
-            expected = e;
-        }));
-        if (!got.ok())
-            result = got.errorText();
-        else if (TestEnv::readFile(*got.value) != payload)
-            result = u"wrong content"_s;
-        else
-            result = u"whole file, "_s + QString::number(written) + u" "_s +
-                     (expected < 1 ? u"bytes of no total"_s
-                                   : u"of "_s + QString::number(expected) + u" bytes"_s);
-        // Nothing is written unless all of it arrived: no file, no part file.
-        QCOMPARE(QDir(dir).entryList(QDir::Files | QDir::Hidden),
-                 got.ok() ? QStringList{spec.zipName} : QStringList{});
-    } else if (what == u"checksum") {
-        const QString endpoint = server.url(u"/releases/"_s).toString();
-        auto got = runTask(EngineManager::expectedChecksum(
-            spec, endpoint, std::chrono::milliseconds(500), std::make_shared<FetchHandle>()));
-        result = got.ok() ? *got.value : got.errorText();
-    } else {
-        auto got = runTask(RepoDownloader::remoteSize(server.url(path), {}));
-        result = *got.value ? QString::number(**got.value) : u"none"_s;
-    }
-
-    QCOMPARE(result, fill(outcome));
-    if (next)
-        QCOMPARE(next->hits(path), 0);
-    const QRegularExpression target(QRegularExpression::escape(host) + u":"_s +
-                                    QString::number(server.port()) + u"[ /]"_s);
-    QCOMPARE(!m_proxy->requests().filter(target).isEmpty(), proxied);
-    // Only a proxy that refuses, or a handshake that fails, keeps it from the server.
-    const bool reached =
-        !environment.contains(u"{refusing}"_s) && (Tls(tls) == Tls::Valid || Tls(tls) == Tls::None);
-    QCOMPARE(server.hits(path) > 0, reached);
-}
-
-// A first Play from an empty disk as a player's goes: all over HTTPS, the game's
-// archive chunked without a length, the engine's release address redirecting to
-// another host.
-void TestNetwork::firstPlayOverHttps()
-{
-    TestEnv env;
-    TestHttpServer server(Tls::Valid, u"localhost"_s);
-    TestHttpServer mirror(Tls::Valid, u"127.0.0.2"_s);
-    PlayWorld world;
-    world.gamePadding = 500000;
-    AppModel::Config config = world.serve(server, env.root());
-    config.promotionDelay = std::chrono::milliseconds(400);
-    config.settleDelay = std::chrono::milliseconds(50);
-    const QString engine = QString::fromLatin1(PlayWorld::enginePath);
-    mirror.setRoute(engine, TestHttpServer::file(env.root() + u"/"_s + spec.zipName));
-    server.setRoute(engine, TestHttpServer::redirect(mirror.url(engine).toEncoded()));
-    TestHttpServer::Route game = TestHttpServer::file(env.root() + u"/game.zip"_s);
-    game.chunked = true;
-    server.setRoute(QString::fromLatin1(PlayWorld::gamePath), game);
-
-    ScopedEnv run(u"FAKE_RUN_SECONDS=0.8"_s);
-    QStringList gameProgress;
-    bool fraction = false;
-    AppModel model(config);
-    connect(&model, &AppModel::progressTextChanged, this, [&] {
-        if (model.state() == AppState::downloading(u"the game"_s)) {
-            gameProgress.append(model.progressText());
-            fraction = fraction || model.progress();
-        }
-    });
-    model.play();
-    QTRY_VERIFY_WITH_TIMEOUT(!model.isWorking(), 30000);
-    QVERIFY2(model.state() == AppState::ready(), qPrintable(model.log()->lines().join(u'\n')));
-    QVERIFY(mirror.methods(engine).contains("GET"));
-    // Bytes and speed, never a total or a fraction.
-    QVERIFY2(!gameProgress.filter(u" \u00b7 "_s).isEmpty(), qPrintable(gameProgress.join(u'|')));
-    QVERIFY2(gameProgress.filter(u" of "_s).isEmpty(), qPrintable(gameProgress.join(u'|')));
-    QVERIFY(!fraction);
-}
-
-void TestNetwork::cleanupTestCase()
-{
-    // Its network thread would otherwise end only with the application, after the
-    // leak checker has looked at the TLS state that thread still holds.
-    delete sharedNetwork();
-}
 
 QTEST_GUILESS_MAIN(TestNetwork)
 #include "tst_network.moc"

@@ -5,19 +5,16 @@
 #include "app/pipeline.h"
 #include "coro.h"
 #include "playworld.h"
-#include "project/projectinspector.h"
 #include "testenv.h"
 #include "testhttpserver.h"
 
 #include <QDir>
 #include <QElapsedTimer>
 #include <QProcess>
+#include <QRegularExpression>
 #include <QTest>
 
 #include <csignal>
-#include <fcntl.h>
-#include <sys/file.h>
-#include <unistd.h>
 
 using namespace Qt::StringLiterals;
 
@@ -58,6 +55,7 @@ struct Fixture
     AppModel::Config config;
     // Before the model: a model that goes while still working tells of its last states.
     QList<AppState> states;
+    QStringList progress; // each text, and " = " the fraction beside it
     std::unique_ptr<AppModel> model;
 
     explicit Fixture(const PlayWorld &world = {}, bool shortDelays = true)
@@ -71,6 +69,9 @@ struct Fixture
         model = std::make_unique<AppModel>(config);
         AppModel *m = model.get();
         QObject::connect(m, &AppModel::stateChanged, m, [this, m] { states.append(m->state()); });
+        QObject::connect(m, &AppModel::progressTextChanged, m, [this, m] {
+            progress << m->progressText() + u" = "_s + QString::number(m->progress().value_or(-1));
+        });
     }
     int hits(const char *path) const { return server.hits(QString::fromLatin1(path)); }
     int requests() const
@@ -95,56 +96,43 @@ class TestPipeline : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
+    // A fullscreen game takes the screen's own size.
     void launchArguments()
     {
         const QString root = u"/g r"_s;
-        const auto args = [&](bool fullscreen, const QString &resolution) {
-            return Pipeline::launchArguments(root, fullscreen, resolution).mid(2).join(u' ');
-        };
-        QCOMPARE(Pipeline::launchArguments(root, false, u"Default"_s).mid(0, 2),
-                 (QStringList{u"--path"_s, root}));
-        QCOMPARE(args(false, u"Default"_s), u"--windowed"_s);
-        QCOMPARE(args(false, u"1600x900"_s), u"--windowed --resolution 1600x900"_s);
-        // A fullscreen game takes the screen's own size.
-        QCOMPARE(args(true, u"1280x720"_s), u"--fullscreen"_s);
+        for (const auto &[fullscreen, resolution, tail] :
+             {std::tuple(false, u"Default"_s, u"--windowed"_s),
+              {false, u"1600x900"_s, u"--windowed --resolution 1600x900"_s},
+              {true, u"1280x720"_s, u"--fullscreen"_s}})
+            QCOMPARE(Pipeline::launchArguments(root, fullscreen, resolution),
+                     QStringList({u"--path"_s, root}) + tail.split(u' '));
     }
 
-    void judgesTheEnd_data()
-    {
-        QTest::addColumn<double>("elapsed");
-        QTest::addColumn<int>("exitCode");
-        QTest::addColumn<bool>("stopped");
-        QTest::addColumn<QString>("report"); // its first sentence; empty: a normal end
-
-        QTest::newRow("dies after 1.7 s")
-            << 1.7 << 1 << false << u"The game closed after 1 second (exit code 1)."_s;
-        QTest::newRow("quits cleanly just under the threshold")
-            << 9.999 << 0 << false << u"The game closed after 9 seconds (exit code 0)."_s;
-        QTest::newRow("normal end at the threshold") << 10.0 << 0 << false << QString();
-        QTest::newRow("crash after a long run")
-            << 40.0 << 11 << false << u"The game closed after 40 seconds (exit code 11)."_s;
-        QTest::newRow("stopped by the player") << 4.0 << 15 << true << QString();
-        QTest::newRow("under a second")
-            << 0.4 << 0 << false << u"The game closed after 0 seconds (exit code 0)."_s;
-    }
+    // Only an end the player did not ask for, before the threshold or with an error, is
+    // reported: its first sentence in whole seconds, then the log's last 30 lines.
     void judgesTheEnd()
     {
-        QFETCH(double, elapsed);
-        QFETCH(int, exitCode);
-        QFETCH(bool, stopped);
-        QFETCH(QString, report);
-        const Pipeline::GameEnd end = Pipeline::judgeGameEnd(elapsed, exitCode, stopped);
-        QCOMPARE(end == Pipeline::GameEnd::Stopped, stopped);
-        QCOMPARE(end == Pipeline::GameEnd::Unexpected, !report.isEmpty());
-        if (report.isEmpty())
-            return;
         QStringList log;
         for (int i = 1; i <= 100; ++i)
             log.append(u"line "_s + QString::number(i));
-        QCOMPARE(Pipeline::failureReportText(elapsed, exitCode, log),
-                 report + u" Last lines of the log:\n\n"_s + log.mid(70).join(u'\n'));
-        QCOMPARE(Pipeline::failureReportText(elapsed, exitCode, {u"only"_s}),
-                 report + u" Last lines of the log:\n\nonly"_s);
+        const std::tuple<double, int, bool, QString> cases[] = {
+            {1.7, 1, false, u"The game closed after 1 second (exit code 1)."_s},
+            {9.999, 0, false, u"The game closed after 9 seconds (exit code 0)."_s},
+            {10.0, 0, false, QString()},
+            {40.0, 11, false, u"The game closed after 40 seconds (exit code 11)."_s},
+            {4.0, 15, true, QString()},
+        };
+        for (const auto &[elapsed, exitCode, stopped, report] : cases) {
+            const Pipeline::GameEnd end = Pipeline::judgeGameEnd(elapsed, exitCode, stopped);
+            QCOMPARE(end == Pipeline::GameEnd::Stopped, stopped);
+            QCOMPARE(end == Pipeline::GameEnd::Unexpected, !report.isEmpty());
+            if (report.isEmpty())
+                continue;
+            QCOMPARE(Pipeline::failureReportText(elapsed, exitCode, log),
+                     report + u" Last lines of the log:\n\n"_s + log.mid(70).join(u'\n'));
+            QCOMPARE(Pipeline::failureReportText(elapsed, exitCode, {u"only"_s}),
+                     report + u" Last lines of the log:\n\nonly"_s);
+        }
     }
 
     // The acceptance story, with the real 10-second delays.
@@ -169,6 +157,10 @@ private Q_SLOTS:
                 AppState::settingUp(u"First-time setup, this can take a minute or more"_s),
                 AppState::starting(), AppState::playing(), AppState::ready()}));
         QVERIFY(!f.model->failureReport() && !f.model->progress());
+        // Each download shows its bytes of the total and the speed, up to the whole.
+        const QRegularExpression whole(u"^(.+) of \\1 \u00b7 (Zero|[\\d.]+)\u00a0[KMG]?B/s = 1$"_s);
+        QVERIFY2(f.progress.filter(whole).size() == 2, qPrintable(f.progress.join(u'|')));
+        QVERIFY(f.log().contains(u"Downloading "_s + f.config.gameArchiveUrl));
         QVERIFY2(f.log().contains(u"Starting: Godot_v4.3-stable_linux.x86_64 --path "_s +
                                   f.env.base() + u"/Game/Zorbit-master --windowed"_s),
                  qPrintable(f.log().join(u'\n')));
@@ -178,34 +170,31 @@ private Q_SLOTS:
     {
         QTest::addColumn<bool>("dotnet");    // the game needs Godot's .NET build
         QTest::addColumn<QString>("fakery"); // the fake engine's settings
-        QTest::addColumn<AppState>("end");
+        QTest::addColumn<QString>("needs");  // what the state at the end asks for
         QTest::addColumn<QString>("report"); // its first line; empty: none
 
         // The threshold is the shortened promotion delay, 0.4 s.
-        QTest::newRow("normal end")
-            << false << u"FAKE_RUN_SECONDS=0.8"_s << AppState::ready() << QString();
         QTest::newRow("dies early")
-            << false << u"FAKE_GAME_EXIT=1"_s << AppState::needs(u"the game closed unexpectedly"_s)
+            << false << u"FAKE_GAME_EXIT=1"_s << u"the game closed unexpectedly"_s
             << u"The game closed after 0 seconds (exit code 1). Last lines of the log:"_s;
         QTest::newRow("game that cannot be started")
             << false << u"FAKE_UNRUNNABLE=1"_s
-            << AppState::needs(u"The game could not be started: Permission denied."_s) << QString();
+            << u"The game could not be started: Permission denied."_s << QString();
         QTest::newRow(".NET project")
             << true << QString()
-            << AppState::needs(u"This game needs the C# (.NET) Godot build, which this app does "
-                               u"not set up."_s)
+            << u"This game needs the C# (.NET) Godot build, which this app does not set up."_s
             << QString();
         QTest::newRow("engine that cannot import the game")
             << false << u"FAKE_CRASH=1"_s
-            << AppState::needs(u"Godot did not finish preparing the game's files (exit code 11). "
-                               u"Open \"Show log\" for details."_s)
+            << u"Godot did not finish preparing the game's files (exit code 11). Open \"Show "
+               u"log\" for details."_s
             << QString();
     }
     void playsToAnEnd()
     {
         QFETCH(bool, dotnet);
         QFETCH(QString, fakery);
-        QFETCH(AppState, end);
+        QFETCH(QString, needs);
         QFETCH(QString, report);
 
         PlayWorld world;
@@ -214,23 +203,22 @@ private Q_SLOTS:
         Fixture f(world);
         ScopedEnv fake(fakery);
         f.playToTheEnd();
-        QCOMPARE(f.model->state(), end);
+        QCOMPARE(f.model->state(), AppState::needs(needs));
         QCOMPARE(f.model->failureReport().value_or(QString()).section(u'\n', 0, 0), report);
-        if (!report.isEmpty())
-            QVERIFY(f.model->failureReport()->endsWith(f.log().last()));
         // A step's failure is logged; the launch's own and the game's end are no step's.
         if (dotnet || fakery.contains(u"CRASH"_s))
-            QTRY_COMPARE(f.log().last(), u"Problem: "_s + end.text());
+            QTRY_COMPARE(f.log().last(), u"Problem: "_s + needs);
         QCOMPARE(f.env.tmpEntries(), QStringList{});
-        if (end.kind() == AppState::Needs && report.isEmpty())
+        if (report.isEmpty())
             return;
+        QVERIFY(f.model->failureReport()->endsWith(f.log().last()));
         // After a game ended, a second Play fetches nothing and goes straight to the game.
         const int fetched = f.requests();
         f.states.clear();
         f.playToTheEnd();
         QCOMPARE(f.requests(), fetched);
         QCOMPARE(f.states.value(0), AppState::starting());
-        QCOMPARE(f.model->state(), end);
+        QCOMPARE(f.model->state(), AppState::needs(needs));
     }
 
     void cancels_data()
@@ -258,11 +246,7 @@ private Q_SLOTS:
         QFETCH(bool, reinstall);
         QFETCH(QString, absent);
 
-        PlayWorld world;
-        world.enginePadding = 3'000'000;
-        world.dripBytes = 256 * 1024;
-        world.dripDelayMs = 10;
-        Fixture f(world);
+        Fixture f({.enginePadding = 3'000'000, .dripBytes = 256 * 1024, .dripDelayMs = 10});
         ScopedEnv run(u"FAKE_RUN_SECONDS=0.6"_s);
         if (reinstall) {
             f.playToTheEnd();
@@ -291,11 +275,11 @@ private Q_SLOTS:
     void endsEveryChild_data()
     {
         QTest::addColumn<bool>("playing"); // else in a stalled unpack
-        QTest::addColumn<QString>("how");
+        QTest::addColumn<QString>("how");  // a command of the model's, or destroy
         QTest::newRow("stalled unpack, cancel") << false << u"cancel"_s;
         QTest::newRow("stalled unpack, model destroyed") << false << u"destroy"_s;
         QTest::newRow("stalled unpack, quit") << false << u"quit"_s;
-        QTest::newRow("playing, Stop") << true << u"stop"_s;
+        QTest::newRow("playing, Stop") << true << u"stopGame"_s;
         QTest::newRow("playing, quit") << true << u"quit"_s;
     }
     void endsEveryChild()
@@ -325,14 +309,11 @@ private Q_SLOTS:
             QTRY_VERIFY(TestEnv::readFile(u"/proc/"_s + QString::fromLatin1(pids[0]) + u"/stat"_s)
                             .contains(") T"));
         const AppState busy = f.model->state();
-        f.model->play();
-        f.model->updateGame();
-        f.model->reinstall();
-        f.model->removeEverything();
         AppModel second(f.config);
-        second.reinstall();
-        second.removeEverything();
-        second.play();
+        for (const char *command : {"updateGame", "reinstall", "removeEverything", "play"}) {
+            QMetaObject::invokeMethod(f.model.get(), command);
+            QMetaObject::invokeMethod(&second, command);
+        }
         QCOMPARE(second.state(),
                  AppState::needs(u"Another Vantro 3D is already using this computer's game "
                                  u"folder. Close it, then press Play again."_s));
@@ -341,14 +322,12 @@ private Q_SLOTS:
 
         QElapsedTimer clock;
         clock.start();
-        if (how == u"cancel")
-            f.model->cancel();
-        else if (how == u"stop")
-            f.model->stopGame();
-        else if (how == u"quit")
+        if (how == u"quit")
             f.model->shutDown();
-        else
+        else if (how == u"destroy")
             f.model.reset();
+        else
+            QVERIFY(QMetaObject::invokeMethod(f.model.get(), qPrintable(how)));
         // Quitting blocks for the grace at most, nothing else blocks.
         QVERIFY(clock.elapsed() < (how == u"quit" ? 1300 : 200));
         if (f.model)
@@ -358,20 +337,18 @@ private Q_SLOTS:
         // Killed at the grace, also when quitting, where no later turn of the event loop
         // may do it.
         QVERIFY2(clock.elapsed() < 1600, qPrintable(QString::number(clock.elapsed())));
-        if (how == u"cancel" || how == u"stop") {
+        if (how == u"cancel" || how == u"stopGame") {
             QCOMPARE(f.model->state(), playing ? AppState::ready() : AppState::notDownloaded());
             QVERIFY(!f.model->failureReport());
             QVERIFY(!QFileInfo::exists(f.env.base() + u"/GameStaging"_s));
         }
         // The data folder is free for the next launcher once this one is gone.
-        const int fd = ::open(QFile::encodeName(f.env.base() + u"/.lock"_s).constData(), O_RDWR);
-        QCOMPARE(::flock(fd, LOCK_EX | LOCK_NB), how == u"cancel" || how == u"stop" ? -1 : 0);
-        ::close(fd);
+        QCOMPARE(DataFolder(DataLayout::fromEnvironment()).lock(), !f.model || how == u"quit");
     }
 
     void keepsSavesAndWhatWasInstalled_data()
     {
-        QTest::addColumn<QString>("command");
+        QTest::addColumn<QString>("command"); // the model's
         QTest::addColumn<QString>("broken");  // the archive that cannot be had
         QTest::addColumn<QString>("fetched"); // again
         QTest::addColumn<QString>("kept");    // log lines
@@ -379,14 +356,15 @@ private Q_SLOTS:
         const QString game = u"The update could not be downloaded; your installed game was kept."_s;
         const QString engine =
             u"The engine could not be downloaded again; your installed engine was kept."_s;
-        QTest::newRow("update") << u"update"_s << QString() << u"game"_s << QString();
+        QTest::newRow("update") << u"updateGame"_s << QString() << u"game"_s << QString();
         QTest::newRow("reinstall") << u"reinstall"_s << QString() << u"game engine"_s << QString();
-        QTest::newRow("update offline") << u"update"_s << u"game"_s << u"game"_s << game;
+        QTest::newRow("update offline") << u"updateGame"_s << u"game"_s << u"game"_s << game;
         QTest::newRow("reinstall, no game")
             << u"reinstall"_s << u"game"_s << u"game"_s << game + u" | "_s + engine;
         QTest::newRow("reinstall, no engine")
             << u"reinstall"_s << u"engine"_s << u"game engine"_s << engine;
-        QTest::newRow("remove everything") << u"remove"_s << QString() << QString() << QString();
+        QTest::newRow("remove everything")
+            << u"removeEverything"_s << QString() << QString() << QString();
     }
     void keepsSavesAndWhatWasInstalled()
     {
@@ -402,20 +380,13 @@ private Q_SLOTS:
         const QString save = f.model->savesURL() + u"/slot1.save"_s;
         TestEnv::writeFile(save, "lap 1");
         const int games = f.hits(PlayWorld::gamePath), engines = f.hits(PlayWorld::enginePath);
-        TestHttpServer::Route refused;
-        refused.status = 503;
         if (!broken.isEmpty())
             f.server.setRoute(QString::fromLatin1(broken == u"game" ? PlayWorld::gamePath
                                                                     : PlayWorld::enginePath),
-                              refused);
+                              {.status = 503});
         // From a failure too.
         ModelPreview(*f.model).failureReport(u"old report"_s).state(AppState::needs(u"x"_s));
-        if (command == u"update")
-            f.model->updateGame();
-        else if (command == u"reinstall")
-            f.model->reinstall();
-        else
-            f.model->removeEverything();
+        QVERIFY(QMetaObject::invokeMethod(f.model.get(), qPrintable(command)));
         QTRY_VERIFY_WITH_TIMEOUT(!f.model->isWorking(), 20000);
         QCOMPARE(f.hits(PlayWorld::gamePath) - games, int(fetched.contains(u"game"_s)));
         QCOMPARE(f.hits(PlayWorld::enginePath) - engines, int(fetched.contains(u"engine"_s)));
@@ -424,7 +395,7 @@ private Q_SLOTS:
         for (const QString &line : items(kept))
             QTRY_VERIFY2(f.log().contains(line), qPrintable(f.log().join(u'\n')));
 
-        if (command == u"remove") {
+        if (command == u"removeEverything") {
             QCOMPARE(f.model->state(), AppState::notDownloaded());
             QVERIFY(!f.model->info() && !f.model->failureReport());
             // Only the lock stays, so that a second launcher still cannot share the folder.
@@ -467,13 +438,11 @@ private Q_SLOTS:
         QFETCH(QString, marker);
         QFETCH(int, delayMs);
 
-        PlayWorld world;
-        world.gamePadding = 3'000'000;
-        world.enginePadding = 30'000'000;
         // Slow enough that a download is a moment worth interrupting.
-        world.dripBytes = 256 * 1024;
-        world.dripDelayMs = 10;
-        Fixture f(world);
+        Fixture f({.gamePadding = 3'000'000,
+                   .enginePadding = 30'000'000,
+                   .dripBytes = 256 * 1024,
+                   .dripDelayMs = 10});
         const ScopedEnv run(u"FAKE_RUN_SECONDS=0.5"_s);
         const QStringList before = runHost(f.config, marker, delayMs);
         QVERIFY2(before.last().startsWith(marker), qPrintable(before.join(u'\n')));
@@ -481,9 +450,9 @@ private Q_SLOTS:
         // What a killed run leaves: never a half-installed game or engine, never a
         // marker for a game whose import it does not record.
         const QString base = f.env.base(), game = base + u"/Game/Zorbit-master"_s;
-        const bool gameDone = TestEnv::readFile(game + u"/project.godot"_s) == world.project &&
-                              QFileInfo::exists(game + u"/README.md"_s) &&
-                              QFileInfo::exists(game + u"/icon.png"_s);
+        const bool gameDone =
+            TestEnv::readFile(game + u"/project.godot"_s) == PlayWorld().project &&
+            QFileInfo::exists(game + u"/README.md"_s) && QFileInfo::exists(game + u"/icon.png"_s);
         QCOMPARE(QFileInfo::exists(base + u"/Game"_s), gameDone);
         const DataLayout layout = DataLayout::fromEnvironment();
         const EngineSpec godot4{u"4.3-stable"_s, u"Godot_v4.3-stable_linux.x86_64.zip"_s, 4};
@@ -495,10 +464,8 @@ private Q_SLOTS:
         const int gameFetches = f.hits(PlayWorld::gamePath),
                   engineFetches = f.hits(PlayWorld::enginePath);
         QCOMPARE(runHost(f.config, QString(), 0).last(), u"done: Ready"_s);
-        if (gameDone)
-            QCOMPARE(f.hits(PlayWorld::gamePath), gameFetches);
-        if (engineDone)
-            QCOMPARE(f.hits(PlayWorld::enginePath), engineFetches);
+        QCOMPARE(f.hits(PlayWorld::gamePath) == gameFetches, gameDone);
+        QCOMPARE(f.hits(PlayWorld::enginePath) == engineFetches, engineDone);
         // Nothing of the dead run is left behind.
         QCOMPARE(TestEnv::entries(base),
                  (QStringList{u".lock"_s, u"Engine"_s, u"Game"_s, u"imported.marker"_s}));

@@ -214,9 +214,7 @@ private Q_SLOTS:
         QFETCH(int, after);
         QFETCH(int, width);
         QFETCH(int, kept);
-        auto line = [width](int i) {
-            return QString(u"a"_s + QString::number(i)).leftJustified(width);
-        };
+        auto line = [width](int i) { return u"a%1"_s.arg(i).leftJustified(width); };
 
         LogStore store;
         store.append(u"older"_s);

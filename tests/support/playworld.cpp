@@ -32,7 +32,10 @@ AppModel::Config PlayWorld::serve(TestHttpServer &server, const QString &workDir
 
     const QString build = workDir + u"/engine-src"_s;
     const QString program = build + u"/Godot_v4.3-stable_linux.x86_64"_s;
-    TestEnv::writeFile(program, TestEnv::readFile(fakeEngine(engine)), true);
+    // Without an engine named, the release holds a program that cannot run.
+    TestEnv::writeFile(program,
+                       engine.isEmpty() ? QByteArray() : TestEnv::readFile(fakeEngine(engine)),
+                       !engine.isEmpty());
     if (enginePadding > 0)
         TestEnv::writeFile(build + u"/data.pck"_s, noise(enginePadding));
     const QString zip = workDir + u"/Godot_v4.3-stable_linux.x86_64.zip"_s;
@@ -40,18 +43,13 @@ AppModel::Config PlayWorld::serve(TestHttpServer &server, const QString &workDir
     const QString digest = TestEnv::toolOutput(u"sha512sum"_s, {zip}).section(u' ', 0, 0);
 
     for (const auto &[path, file] :
-         {std::pair{gamePath, QString(workDir + u"/game.zip"_s)}, {enginePath, zip}}) {
-        TestHttpServer::Route route = TestHttpServer::file(file);
-        route.dripBytesPerChunk = dripBytes;
-        route.dripDelayMs = dripDelayMs;
-        server.setRoute(QString::fromLatin1(path), route);
-    }
-    TestHttpServer::Route sums;
-    sums.body = (digest + u"  Godot_v4.3-stable_linux.x86_64.zip\n"_s).toUtf8();
-    server.setRoute(u"/releases/4.3-stable/SHA512-SUMS.txt"_s, sums);
+         {std::pair{gamePath, QString(workDir + u"/game.zip"_s)}, {enginePath, zip}})
+        server.setRoute(
+            QString::fromLatin1(path),
+            {.filePath = file, .dripBytesPerChunk = dripBytes, .dripDelayMs = dripDelayMs});
+    server.setRoute(u"/releases/4.3-stable/SHA512-SUMS.txt"_s,
+                    {.body = (digest + u"  Godot_v4.3-stable_linux.x86_64.zip\n"_s).toUtf8()});
 
-    AppModel::Config config;
-    config.engineEndpoint = server.url(u"/releases/"_s).toString();
-    config.gameArchiveUrl = server.url(QString::fromLatin1(gamePath)).toString();
-    return config;
+    return {.engineEndpoint = server.url(u"/releases/"_s).toString(),
+            .gameArchiveUrl = server.url(QString::fromLatin1(gamePath)).toString()};
 }

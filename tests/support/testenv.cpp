@@ -89,9 +89,25 @@ QByteArray TestEnv::readFile(const QString &path)
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
 
-// In the C locale names are stored as the bytes given, without the zip's UTF-8 flag,
-// as old archivers do; bytes that are not UTF-8 then reach the unpacker.
-static void runTool(const QString &program, const QStringList &arguments, const QString &workDir)
+void TestEnv::zipFolder(const QString &folder, const QString &zip)
+{
+    QDir().mkpath(QFileInfo(zip).path());
+    QFile::remove(zip);
+    toolOutput(u"/usr/bin/bsdtar"_s, {u"--format=zip"_s, u"-cf"_s, zip, u"."_s}, folder);
+}
+
+void TestEnv::zipMtree(const QString &mtree, const QString &workDir, const QString &zip)
+{
+    writeFile(workDir + u"/entries.mtree"_s, mtree.toUtf8());
+    QFile::remove(zip);
+    toolOutput(u"/usr/bin/bsdtar"_s, {u"--format=zip"_s, u"-cPf"_s, zip, u"@entries.mtree"_s},
+               workDir);
+}
+
+// In the C locale bsdtar stores names as the bytes given, without the zip's UTF-8
+// flag, as old archivers do; bytes that are not UTF-8 then reach the unpacker.
+QString TestEnv::toolOutput(const QString &program, const QStringList &arguments,
+                            const QString &workDir)
 {
     QProcess tool;
     tool.setWorkingDirectory(workDir);
@@ -99,31 +115,8 @@ static void runTool(const QString &program, const QStringList &arguments, const 
     environment.insert(u"LC_ALL"_s, u"C"_s);
     tool.setProcessEnvironment(environment);
     tool.start(program, arguments);
-    if (!tool.waitForFinished(60000) || tool.exitCode() != 0)
+    if (!tool.waitForFinished(120000) || tool.exitCode() != 0)
         qFatal("%s failed: %s", qPrintable(program), tool.readAllStandardError().constData());
-}
-
-void TestEnv::zipFolder(const QString &folder, const QString &zip)
-{
-    QDir().mkpath(QFileInfo(zip).path());
-    QFile::remove(zip);
-    runTool(u"/usr/bin/bsdtar"_s, {u"-c"_s, u"--format"_s, u"zip"_s, u"-f"_s, zip, u"."_s}, folder);
-}
-
-void TestEnv::zipMtree(const QString &mtree, const QString &workDir, const QString &zip)
-{
-    writeFile(workDir + u"/entries.mtree"_s, mtree.toUtf8());
-    QFile::remove(zip);
-    runTool(u"/usr/bin/bsdtar"_s,
-            {u"-c"_s, u"--format"_s, u"zip"_s, u"-P"_s, u"-f"_s, zip, u"@entries.mtree"_s},
-            workDir);
-}
-
-QString TestEnv::toolOutput(const QString &program, const QStringList &arguments)
-{
-    QProcess tool;
-    tool.start(program, arguments);
-    tool.waitForFinished(120000);
     return QString::fromUtf8(tool.readAllStandardOutput());
 }
 

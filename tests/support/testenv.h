@@ -36,8 +36,9 @@ public:
     // Zips entries described in mtree form (links, ".." names) that a real folder
     // cannot hold.
     static void zipMtree(const QString &mtree, const QString &workDir, const QString &zip);
-    // The output of a system tool, to check our results against.
-    static QString toolOutput(const QString &program, const QStringList &arguments);
+    // The output of a system tool in the C locale (a failure is fatal).
+    static QString toolOutput(const QString &program, const QStringList &arguments,
+                              const QString &workDir = {});
 
 private:
     QTemporaryDir m_dir;

@@ -82,29 +82,12 @@ struct Link
     void drain()
     {
         char scratch[4096];
-        for (;;) {
-            const ssize_t n = ::recv(fd, scratch, sizeof scratch, 0);
-            if (n <= 0 && !(n < 0 && errno == EINTR))
-                return;
+        ssize_t n;
+        while ((n = ::recv(fd, scratch, sizeof scratch, 0)) > 0 || (n < 0 && errno == EINTR)) {
         }
     }
 };
 } // namespace
-
-TestHttpServer::Route TestHttpServer::redirect(const QByteArray &location, int status)
-{
-    Route route;
-    route.status = status;
-    route.location = location;
-    return route;
-}
-
-TestHttpServer::Route TestHttpServer::file(const QString &filePath)
-{
-    Route route;
-    route.filePath = filePath;
-    return route;
-}
 
 TestHttpServer::TestHttpServer(quint16 port)
 {
@@ -125,13 +108,10 @@ void TestHttpServer::start(const QString &host, quint16 port)
 {
     m_host = host;
     QHostAddress address(host == u"localhost" ? u"127.0.0.1"_s : host);
-    if (address.isNull()) {
-        for (const QHostAddress &found : QHostInfo::fromName(host).addresses()) {
-            if (found.protocol() == QAbstractSocket::IPv4Protocol) {
-                address = found;
-                break;
-            }
-        }
+    for (const QHostAddress &found :
+         address.isNull() ? QHostInfo::fromName(host).addresses() : QList<QHostAddress>()) {
+        if (address.isNull() && found.protocol() == QAbstractSocket::IPv4Protocol)
+            address = found;
     }
     sockaddr_in socketAddress{};
     socketAddress.sin_family = AF_INET;
@@ -151,23 +131,21 @@ void TestHttpServer::start(const QString &host, quint16 port)
 
 TestHttpServer::~TestHttpServer()
 {
-    {
-        std::lock_guard locker(m_mutex);
-        m_stopping = true;
-    }
-    m_stopped.notify_all();
-    ::shutdown(m_listenFd, SHUT_RDWR); // wakes accept()
-    m_acceptThread.join();
-    ::close(m_listenFd);
+    // Once stopping, the accept loop adds no connection.
     std::list<std::unique_ptr<Connection>> connections;
     {
         std::lock_guard locker(m_mutex);
+        m_stopping = true;
         for (const auto &connection : m_connections) {
             if (connection->fd >= 0)
                 ::shutdown(connection->fd, SHUT_RDWR); // wakes its reads and writes
         }
         connections.swap(m_connections);
     }
+    m_stopped.notify_all();
+    ::shutdown(m_listenFd, SHUT_RDWR); // wakes accept()
+    m_acceptThread.join();
+    ::close(m_listenFd);
     for (const auto &connection : connections)
         connection->thread.join();
     SSL_CTX_free(m_context);
@@ -210,10 +188,7 @@ TestHttpServer::Route TestHttpServer::lookUp(const QString &path) const
     if (!m_root.isEmpty() && clean.startsWith(u'/') && !clean.startsWith(u"/.."_s) &&
         QFileInfo(m_root + clean).isFile())
         return file(m_root + clean);
-    Route missing;
-    missing.status = 404;
-    missing.body = "Not found: " + path.toUtf8() + '\n';
-    return missing;
+    return {.status = 404, .body = "Not found: " + path.toUtf8() + '\n'};
 }
 
 // Sleeps, unless the server stops first; then the answer is false.

@@ -3,6 +3,7 @@
 #include <QByteArray>
 #include <QHash>
 #include <QList>
+#include <QMetaType>
 #include <QPair>
 #include <QString>
 #include <QUrl>
@@ -31,14 +32,14 @@ public:
     struct Route
     {
         int status = 200;
-        QByteArray body;
+        QByteArray body{};
         // When set, the body is this file, read at request time (body is ignored).
-        QString filePath;
+        QString filePath{};
         // false: no Content-Length; the body ends when the connection closes.
         bool sendLength = true;
         // Transfer-Encoding: chunked, without a Content-Length.
         bool chunked = false;
-        QByteArray location;
+        QByteArray location{};
         // The body goes out in pieces of this many bytes, with a pause between them.
         int dripBytesPerChunk = 0;
         int dripDelayMs = 0;
@@ -48,7 +49,7 @@ public:
         qint64 resetAfterBytes = -1;
         // The headers, then nothing until the client gives up.
         bool stall = false;
-        QList<QPair<QByteArray, QByteArray>> headers;
+        QList<QPair<QByteArray, QByteArray>> headers{};
     };
 
     /** How a server meets a TLS client: not at all (plain HTTP), with a certificate
@@ -56,8 +57,8 @@ public:
      *  answering its hello. */
     enum class Tls { None, Valid, WrongHost, Expired, UnknownCa, Stall };
 
-    static Route redirect(const QByteArray &location, int status = 302);
-    static Route file(const QString &filePath);
+    static Route redirect(const QByteArray &to) { return {.status = 302, .location = to}; }
+    static Route file(const QString &filePath) { return {.filePath = filePath}; }
 
     /** Plain HTTP on 127.0.0.1; port 0 picks a free one. */
     explicit TestHttpServer(quint16 port = 0);
@@ -65,9 +66,6 @@ public:
      *  as good as 127.0.0.1), "localhost", or another name of this machine. */
     explicit TestHttpServer(Tls tls, const QString &host = QStringLiteral("127.0.0.1"));
     ~TestHttpServer();
-
-    TestHttpServer(const TestHttpServer &) = delete;
-    TestHttpServer &operator=(const TestHttpServer &) = delete;
 
     quint16 port() const { return m_port; }
     /** path begins with "/" and is not encoded yet. */
@@ -109,3 +107,5 @@ private:
     QHash<QString, QList<QByteArray>> m_requests;
     std::list<std::unique_ptr<Connection>> m_connections;
 };
+
+Q_DECLARE_METATYPE(TestHttpServer::Route)

@@ -31,11 +31,10 @@ struct Fixture
     {
         const QString folder = env.base() + u"/Game/Zorbit-master/"_s;
         if (withGame) {
-            TestEnv::writeFile(folder + u"project.godot"_s,
-                               TestEnv::readFile(QStringLiteral(VANTRO_TEST_DATA_DIR
-                                                                "/project/godot3/project.godot")));
-            TestEnv::writeFile(folder + u"README.md"_s, "# Zorbit\n\nZorbit is a racing game "
-                                                        "in space. More below.\n");
+            TestEnv::writeFile(folder + u"README.md"_s, "# Zorbit\n\nZorbit is a racing game in "
+                                                        "space. More below.\n");
+            QFile::copy(QStringLiteral(VANTRO_TEST_DATA_DIR "/project/godot3/project.godot"),
+                        folder + u"project.godot"_s);
         }
         model = std::make_unique<AppModel>(AppModel::Config{});
         registerWindowTypes(model.get());
@@ -49,26 +48,20 @@ struct Fixture
         (void)QTest::qWaitForWindowActive(window.get());
     }
     QQuickItem *item(const QString &name) const { return find(window.get(), name); }
-    QQuickItem *button(const QString &text) const { return button(window->contentItem(), text); }
-    static QQuickItem *button(QQuickItem *parent, const QString &text)
+    QQuickItem *button(const QString &text, QQuickItem *parent = nullptr) const
     {
-        const auto children = parent->childItems();
-        for (QQuickItem *item : children) {
+        for (QQuickItem *item : (parent ? parent : window->contentItem())->childItems()) {
             if (item->inherits("QQuickAbstractButton") && item->isVisible() &&
                 item->property("text").toString() == text)
                 return item;
-            if (QQuickItem *found = button(item, text))
+            if (QQuickItem *found = button(text, item))
                 return found;
         }
         return nullptr;
     }
     QString text(const QString &name) const { return item(name)->property("text").toString(); }
     // Items made only while shown count as hidden when they are not there.
-    bool shows(const QString &name) const
-    {
-        const QQuickItem *found = item(name);
-        return found && found->isVisible();
-    }
+    bool shows(const QString &name) const { return item(name) && item(name)->isVisible(); }
     static QQuickItem *find(QQuickWindow *window, const QString &name)
     {
         return window->findChild<QQuickItem *>(name);
