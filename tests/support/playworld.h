@@ -11,7 +11,7 @@ class TestHttpServer;
 // folder "Zorbit-master") and an engine release (zip and SHA512-SUMS.txt).
 struct PlayWorld
 {
-    // The fake engine that the release holds as its program.
+    // The fake engine that the release holds as its program; empty for one that cannot run.
     QString engine = QStringLiteral("godot.sh");
     QByteArray project = "config_version=5\n\n[application]\n\nconfig/name=\"Zorbit\"\n";
     // Makes the zips bigger, for moments worth interrupting: bytes of noise each.
