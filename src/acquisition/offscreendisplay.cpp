@@ -1,13 +1,20 @@
 #include "offscreendisplay.h"
 
+#include "process/linesplitter.h"
 #include "process/processbox.h"
+
+#include <QCoreApplication>
+#include <QProcess>
 
 #include <QFile>
 #include <QRandomGenerator>
 #include <QTimer>
 
+#include <csignal>
 #include <functional>
 #include <optional>
+#include <sys/prctl.h>
+#include <unistd.h>
 
 using namespace Qt::StringLiterals;
 
@@ -34,28 +41,57 @@ QByteArray wildcardAuthority(const QByteArray &cookie)
     return entry;
 }
 
-QCoro::Task<void> serve(QString server, QStringList arguments, std::shared_ptr<ProcessBox> box,
-                        std::shared_ptr<OffscreenDisplay::State> state, LineSink onLine)
+// A process of its own rather than a coroutine around runProcess: the server must
+// outlive the object that started it by as long as it takes to end, and a coroutine
+// left running on its own is not safe to drop in QCoro 0.8.
+void serve(const QString &server, const QStringList &arguments,
+           const std::shared_ptr<ProcessBox> &box,
+           const std::shared_ptr<OffscreenDisplay::State> &state, LineSink onLine)
 {
-    try {
-        // -displayfd 1: the server writes its number on our own pipe once it is ready.
-        co_await runProcess(server, arguments, box, [state, onLine](const QString &line) {
-            bool number = false;
-            const int display = line.toInt(&number);
-            if (!state->display && number && display >= 0) {
-                state->display = display;
-                if (state->notify)
-                    state->notify();
-            } else if (onLine) {
-                onLine(line);
-            }
-        });
-    } catch (const std::exception &) {
-        // Not installed, or its owner went: either way there is no display.
+    auto *process = new QProcess(QCoreApplication::instance());
+    process->setProgram(server);
+    process->setArguments(arguments);
+    process->setProcessChannelMode(QProcess::MergedChannels);
+    process->setStandardInputFile(QProcess::nullDevice());
+    process->setProcessEnvironment(box->environment());
+    // As every child: a group of its own, and gone with the launcher however it dies.
+    process->setChildProcessModifier([] {
+        ::setpgid(0, 0);
+        ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+    });
+    // -displayfd 1: the server writes its number on our own pipe once it is ready.
+    const auto line = [state, onLine](const QString &text) {
+        bool number = false;
+        const int display = text.toInt(&number);
+        if (!state->display && number && display >= 0) {
+            state->display = display;
+            if (state->notify)
+                state->notify();
+        } else if (onLine) {
+            onLine(text);
+        }
+    };
+    auto splitter = std::make_shared<LineSplitter>();
+    QObject::connect(process, &QProcess::readyReadStandardOutput, process,
+                     [process, splitter, line] { splitter->feed(process->readAll(), line); });
+    const auto end = [process, state, box](bool started) {
+        if (started)
+            box->ended();
+        state->ended = true;
+        if (state->notify)
+            state->notify();
+        process->deleteLater();
+    };
+    QObject::connect(process, &QProcess::finished, process, [end] { end(true); });
+    QObject::connect(process, &QProcess::errorOccurred, process, [end](QProcess::ProcessError e) {
+        if (e == QProcess::FailedToStart)
+            end(false);
+    });
+    process->start(QIODevice::ReadOnly);
+    if (const qint64 pid = process->processId(); pid > 0) {
+        ::setpgid(pid_t(pid), pid_t(pid));
+        box->started(process);
     }
-    state->ended = true;
-    if (state->notify)
-        state->notify();
 }
 
 } // namespace
@@ -81,7 +117,7 @@ OffscreenDisplay::start(QString server, QString folder, TaskScope scope,
     const QStringList arguments{u"-displayfd"_s,      u"1"_s,         u"-auth"_s,
                                 display->m_authority, u"-nolisten"_s, u"tcp"_s,
                                 u"-screen"_s,         u"0"_s,         u"1280x800x24"_s};
-    display->m_run = serve(server, arguments, display->m_box, display->m_state, onLine);
+    serve(server, arguments, display->m_box, display->m_state, onLine);
 
     State &state = *display->m_state;
     if (!state.display && !state.ended) {

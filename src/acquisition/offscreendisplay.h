@@ -52,5 +52,4 @@ private:
     QString m_authority;
     std::shared_ptr<ProcessBox> m_box;
     std::shared_ptr<State> m_state;
-    QCoro::Task<void> m_run;
 };
