@@ -2,13 +2,14 @@
 
 #include <QFile>
 #include <QPromise>
+#include <QRunnable>
+#include <QThreadPool>
 
 #include <atomic>
 #include <condition_variable>
 #include <fcntl.h>
 #include <mutex>
 #include <openssl/evp.h>
-#include <thread>
 #include <unistd.h>
 
 using namespace Qt::StringLiterals;
@@ -23,23 +24,43 @@ struct FollowingHash::State
     // whole file's worth of hashing.
     std::atomic<bool> stopping = false;
     std::atomic<qint64> hashed = 0;
-    qint64 notifyAt = -1; // guarded by lock, as is caughtUp
+    qint64 notifyAt = -1; // guarded by lock, as are caughtUp and ended
     std::function<void()> caughtUp;
+    bool ended = false;
     QPromise<QString> promise;
-    std::thread thread;
+    QString path;
+    // Opened by the constructor, on the writer's thread: the writer may rename or
+    // remove the file before the hashing thread first runs, which on a busy machine
+    // can be after the last byte arrived.
+    int fd = -1;
 
-    void run(const QString &path)
+    ~State()
     {
-        promise.start();
-        promise.addResult(hash(path));
-        promise.finish();
+        if (fd >= 0)
+            ::close(fd);
     }
 
-    QString hash(const QString &path)
+    void run()
     {
-        const int fd = ::open(QFile::encodeName(path).constData(), O_RDONLY | O_CLOEXEC);
+        promise.start();
+        promise.addResult(hash());
+        promise.finish();
+        {
+            std::lock_guard<std::mutex> locker(lock);
+            ended = true;
+        }
+        changed.notify_all();
+    }
+
+    QString unreadable() const
+    {
+        return u"!Could not read the download \u201c"_s + path + u"\u201d."_s;
+    }
+
+    QString hash()
+    {
         if (fd < 0)
-            return u"!Could not read the download \u201c"_s + path + u"\u201d."_s;
+            return unreadable();
         std::unique_ptr<EVP_MD_CTX, decltype(&EVP_MD_CTX_free)> context(EVP_MD_CTX_new(),
                                                                         &EVP_MD_CTX_free);
         EVP_DigestInit_ex(context.get(), EVP_sha512(), nullptr);
@@ -57,7 +78,6 @@ struct FollowingHash::State
                     unsigned char digest[EVP_MAX_MD_SIZE];
                     unsigned int length = 0;
                     EVP_DigestFinal_ex(context.get(), digest, &length);
-                    ::close(fd);
                     return QString::fromLatin1(
                         QByteArray(reinterpret_cast<const char *>(digest), int(length)).toHex());
                 }
@@ -66,10 +86,8 @@ struct FollowingHash::State
             while (done < until && !stopping) {
                 const ssize_t got =
                     ::pread(fd, buffer.data(), size_t(std::min(chunk, until - done)), off_t(done));
-                if (got <= 0) {
-                    ::close(fd);
-                    return u"!Could not read the download \u201c"_s + path + u"\u201d."_s;
-                }
+                if (got <= 0)
+                    return unreadable();
                 EVP_DigestUpdate(context.get(), buffer.constData(), size_t(got));
                 done += got;
                 hashed = done;
@@ -85,24 +103,44 @@ struct FollowingHash::State
                     call();
             }
         }
-        ::close(fd);
-        return u"!The download's check was stopped."_s;
+        return stopped();
     }
+
+    static QString stopped() { return u"!The download's check was stopped."_s; }
 };
 
 FollowingHash::FollowingHash(QString path) : m_state(std::make_shared<State>())
 {
-    m_state->thread = std::thread([state = m_state, path] { state->run(path); });
+    m_state->fd = ::open(QFile::encodeName(path).constData(), O_RDONLY | O_CLOEXEC);
+    m_state->path = std::move(path);
+    m_task = QRunnable::create([state = m_state] { state->run(); });
+    m_task->setAutoDelete(false);
+    threads()->start(m_task);
 }
 
 FollowingHash::~FollowingHash()
 {
-    {
-        std::lock_guard<std::mutex> locker(m_state->lock);
+    if (threads()->tryTake(m_task)) {
+        m_state->promise.start();
+        m_state->promise.addResult(State::stopped());
+        m_state->promise.finish();
+    } else {
+        std::unique_lock<std::mutex> locker(m_state->lock);
         m_state->stopping = true;
+        m_state->changed.notify_all();
+        m_state->changed.wait(locker, [this] { return m_state->ended; });
     }
-    m_state->changed.notify_one();
-    m_state->thread.join();
+    delete m_task;
+}
+
+QThreadPool *FollowingHash::threads()
+{
+    // Each download in flight holds one while it lasts; a fifth waits for a free one
+    // rather than adding threads without end.
+    static QThreadPool pool;
+    static const bool bounded = (pool.setMaxThreadCount(4), true);
+    Q_UNUSED(bounded);
+    return &pool;
 }
 
 void FollowingHash::grown(qint64 size)
@@ -111,7 +149,7 @@ void FollowingHash::grown(qint64 size)
         std::lock_guard<std::mutex> locker(m_state->lock);
         m_state->available = size;
     }
-    m_state->changed.notify_one();
+    m_state->changed.notify_all();
 }
 
 void FollowingHash::finish(qint64 size)
@@ -121,7 +159,7 @@ void FollowingHash::finish(qint64 size)
         m_state->available = size;
         m_state->complete = true;
     }
-    m_state->changed.notify_one();
+    m_state->changed.notify_all();
 }
 
 qint64 FollowingHash::hashed() const

@@ -6,13 +6,17 @@
 #include <functional>
 #include <memory>
 
+class QRunnable;
+class QThreadPool;
+
 /**
  * @brief The SHA-512 of a file that is still being written, computed on a thread of
  * its own as the bytes land, so that the digest is ready moments after the last one.
  *
  * The writer says how far the file has grown; the hashing thread reads up to there
- * through its own descriptor (the page cache still holds the bytes) and sleeps when
- * it has caught up. Memory stays one read buffer whatever the file's size. The
+ * through a descriptor opened when the object is made (the page cache still holds
+ * the bytes), so the writer may rename the file at once, and sleeps when it has
+ * caught up. Memory stays one read buffer whatever the file's size. The
  * result is the digest as 128 lower-case hex digits, or a sentence beginning "!"
  * when the file could not be read. Dropping the object stops the thread.
  */
@@ -35,8 +39,12 @@ public:
     void notifyAt(qint64 position, std::function<void()> caughtUp);
     QFuture<QString> digest() const;
 
+    /** The threads that hash, one per download in flight. */
+    static QThreadPool *threads();
+
     struct State;
 
 private:
     std::shared_ptr<State> m_state;
+    QRunnable *m_task = nullptr;
 };

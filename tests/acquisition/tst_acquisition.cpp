@@ -2,6 +2,7 @@
 // loopback server, the real bsdtar and real folders: what arrives, and what a bad
 // download must never lose.
 #include "acquisition/engineinstall.h"
+#include "acquisition/followinghash.h"
 #include "acquisition/repodownloader.h"
 #include "app/appmodel.h"
 #include "app/pipeline.h"
@@ -12,9 +13,12 @@
 #include "testhttpserver.h"
 
 #include <QDir>
+#include <QDirIterator>
 #include <QProcess>
 #include <QScopeGuard>
+#include <QSemaphore>
 #include <QTest>
+#include <QThreadPool>
 #include <QTimer>
 
 using namespace Qt::StringLiterals;
@@ -276,6 +280,9 @@ private Q_SLOTS:
             .body = QByteArray(2 << 20, ' '), .sendLength = false, .dripBytesPerChunk = 64 * 1024};
         const Route own = body({}, 0);
         QTest::newRow("far larger than the hash may lag") << u"big"_s << own << QString() << true;
+        // A busy machine's order: the file is renamed before its hash has read a byte.
+        QTest::newRow("downloaded before the hash starts")
+            << u"hashHeldBack"_s << own << QString() << true;
         QTest::newRow("files where the build and its staging belong")
             << u"files"_s << own << QString() << true;
         QTest::newRow("old build and leftovers with names that are not UTF-8")
@@ -350,6 +357,30 @@ private Q_SLOTS:
         AppModel model(config);
         if (fault == u"cancel")
             QTimer::singleShot(500, &model, &AppModel::cancel);
+        QSemaphore held;
+        QTimer landed;
+        QThreadPool *hashing = FollowingHash::threads();
+        const int threads = hashing->maxThreadCount();
+        const auto release = qScopeGuard([&] {
+            if (landed.isActive())
+                held.release();
+            if (fault == u"hashHeldBack")
+                hashing->waitForDone(); // its waiter holds `held`
+            hashing->setMaxThreadCount(threads);
+        });
+        if (fault == u"hashHeldBack") {
+            // Its one thread waits until the download has been put in place.
+            hashing->setMaxThreadCount(1);
+            hashing->start([&held] { held.acquire(); });
+            connect(&landed, &QTimer::timeout, this, [&] {
+                if (QDirIterator(env.tmp(), {zipName}, QDir::Files, QDirIterator::Subdirectories)
+                        .hasNext()) {
+                    landed.stop();
+                    held.release();
+                }
+            });
+            landed.start(5);
+        }
         auto outcome = runVoidTask(model.pipeline().downloadEngine(spec), 10000);
         compareError(outcome.errorText(), message);
         QCOMPARE(server.hits(zipPath) > 0, archiveFetched);
