@@ -162,7 +162,8 @@ QCoro::Task<QString> FileDownloader::download(QUrl url, Progress onProgress)
                            reply->error()));
     }
     const QVariant announced = reply->header(QNetworkRequest::ContentLengthHeader);
-    if (announced.isValid() && announced.toLongLong() != m_part->size())
+    if (announced.isValid() ? announced.toLongLong() != m_part->size()
+                            : m_wholeCheck && !m_wholeCheck(m_part->fileName()))
         fail(PlatformError(
             PlatformError::Kind::Network,
             u"The download failed: the connection closed before the whole file arrived."_s,

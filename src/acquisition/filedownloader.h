@@ -52,6 +52,14 @@ public:
     /** The hash of the download, once it has begun with hashing on. */
     std::shared_ptr<FollowingHash> hash() const { return m_hash; }
 
+    /** A body the server sent without a length is taken as whole only when `check`
+     *  finds it so: Qt 6.4 reports a chunked body whose connection closed before its
+     *  last chunk as a clean finish. */
+    void setWholeCheck(std::function<bool(const QString &path)> check)
+    {
+        m_wholeCheck = std::move(check);
+    }
+
     /** A transfer that receives nothing for this long is abandoned. */
     void setIdleTimeout(std::chrono::milliseconds timeout) { m_idleTimeout = timeout; }
 
@@ -67,6 +75,7 @@ private:
     TaskScope m_scope;
     QString m_unpackDir;
     std::chrono::milliseconds m_idleTimeout = defaultIdleTimeout;
+    std::function<bool(const QString &)> m_wholeCheck;
     Progress m_onProgress;
 
     mutable QMutex m_lock; // guards m_reply and m_cancelled

@@ -8,6 +8,7 @@
 #include "acquisition/offscreendisplay.h"
 #include "acquisition/repodownloader.h"
 #include "acquisition/tempfolders.h"
+#include "acquisition/zipend.h"
 #include "app/appmodel.h"
 #include "common/bytecount.h"
 #include "common/fileops.h"
@@ -163,6 +164,8 @@ QCoro::Task<Pipeline::Fetched> Pipeline::fetch(QString label, QUrl url, QString 
 {
     auto downloader = std::make_unique<FileDownloader>(dir, file, m.m_scope);
     downloader->setHashing(hash);
+    // Both downloads are zip archives: one that ends in its own end record is whole.
+    downloader->setWholeCheck([](const QString &path) { return readZipEnd(path).has_value(); });
     downloader->setIdleTimeout(m.config().downloadIdleTimeout);
     downloader->setUnpackFolder(m.layout().base());
     m_downloader = downloader.get();

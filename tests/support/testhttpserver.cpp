@@ -300,8 +300,10 @@ void TestHttpServer::serve(Connection *connection)
             link.drain();
             ok = false;
         } else if (ok && !headOnly) {
-            const qint64 limit =
-                route.resetAfterBytes >= 0 ? std::min(route.resetAfterBytes, size) : size;
+            qint64 limit = size;
+            for (const qint64 cut : {route.resetAfterBytes, route.closeAfterBytes})
+                if (cut >= 0)
+                    limit = std::min(limit, cut);
             const qint64 step = route.dripBytesPerChunk > 0 ? route.dripBytesPerChunk
                                 : route.chunked             ? 64 * 1024
                                                             : std::max<qint64>(limit, 1);
@@ -319,6 +321,8 @@ void TestHttpServer::serve(Connection *connection)
             if (ok && route.resetAfterBytes >= 0) {
                 pause(graceBeforeResetMs);
                 reset = true;
+                ok = false;
+            } else if (route.closeAfterBytes >= 0) {
                 ok = false;
             } else if (ok && route.chunked) {
                 ok = link.send("0\r\n\r\n");

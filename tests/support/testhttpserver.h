@@ -47,6 +47,9 @@ public:
         // send the GET again, or take the short body for a whole one: count on
         // hits() >= 1 and compare the bytes with Content-Length.
         qint64 resetAfterBytes = -1;
+        // After this many body bytes the connection closes cleanly, as a server's does
+        // that dies between two chunks: no last chunk, no reset.
+        qint64 closeAfterBytes = -1;
         // The headers, then nothing until the client gives up.
         bool stall = false;
         QList<QPair<QByteArray, QByteArray>> headers{};
