@@ -104,6 +104,8 @@ private Q_SLOTS:
             false, whole);
         row("no_proxy with a leading dot", machine, viaProxy + u" NO_PROXY=.{host}"_s, false,
             whole);
+        row("no_proxy names only the end of the host's name", machine,
+            viaProxy + u" no_proxy={tail}"_s, true, whole);
         row("no_proxy=*", machine, viaProxy + u" no_proxy=*"_s, false, whole);
         row("refusing proxy", machine, viaRefusing, false, u"The download failed: "_s + refused);
 
@@ -138,6 +140,7 @@ private Q_SLOTS:
                 return QString::fromLatin1(proxy.address()).section(u"//"_s, 1);
             };
             return text.replace(u"{host}"_s, host)
+                .replace(u"{tail}"_s, host.mid(1))
                 .replace(u"{proxy}"_s, port(*m_proxy))
                 .replace(u"{refusing}"_s, port(*m_refusing));
         };

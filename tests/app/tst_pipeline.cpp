@@ -363,6 +363,7 @@ private Q_SLOTS:
             << u"reinstall"_s << u"game"_s << u"game"_s << game + u" | "_s + engine;
         QTest::newRow("reinstall, no engine")
             << u"reinstall"_s << u"engine"_s << u"game engine"_s << engine;
+        QTest::newRow("play") << u"play"_s << QString() << QString() << QString();
         QTest::newRow("remove everything")
             << u"removeEverything"_s << QString() << QString() << QString();
     }
@@ -387,6 +388,7 @@ private Q_SLOTS:
         // From a failure too.
         ModelPreview(*f.model).failureReport(u"old report"_s).state(AppState::needs(u"x"_s));
         QVERIFY(QMetaObject::invokeMethod(f.model.get(), qPrintable(command)));
+        QVERIFY(!f.model->failureReport()); // at once, not when the work ends
         QTRY_VERIFY_WITH_TIMEOUT(!f.model->isWorking(), 20000);
         QCOMPARE(f.hits(PlayWorld::gamePath) - games, int(fetched.contains(u"game"_s)));
         QCOMPARE(f.hits(PlayWorld::enginePath) - engines, int(fetched.contains(u"engine"_s)));
@@ -409,11 +411,13 @@ private Q_SLOTS:
         QCOMPARE(f.model->state(), broken.isEmpty()
                                        ? AppState::ready()
                                        : AppState::needs(u"The server answered with error 503."_s));
-        // Whatever could not be had, the next Play starts the game without fetching.
+        // Whatever could not be had, the next Play starts the game without fetching; it
+        // imports only a fresh game that never met its engine, never a kept one.
         const int requests = f.requests();
         f.playToTheEnd();
         QCOMPARE(f.model->state(), AppState::ready());
         QCOMPARE(f.requests(), requests);
+        QCOMPARE(f.log().contains(u"Import done."_s), broken == u"engine");
     }
 
     // A launcher killed at any moment of a first Play leaves a disk from which the next

@@ -49,7 +49,7 @@ private Q_SLOTS:
         QTest::addColumn<QStringList>("lines"); // the last one is what a flush gives
 
         const QByteArray euro = "\xe2\x82\xac";
-        const qsizetype max = LineSplitter::maxLineBytes;
+        const qsizetype max = 65536; // 64 KiB, not the constant: a wrong one must show
         QTest::newRow("rest waits for the flush")
             << Chunks{"a\n\nb"} << QStringList{u"a"_s, u""_s, u"b"_s};
         QTest::newRow("character split across chunks, CR kept")
@@ -61,6 +61,9 @@ private Q_SLOTS:
         QTest::newRow("cut before a character that would not fit")
             << Chunks{QByteArray(max - 1, 'x') + euro + "\n"}
             << QStringList{QString(max - 1, u'x'), u"\u20ac"_s};
+        QTest::newRow("lines of exactly 64 KiB stay whole, in one chunk or two")
+            << Chunks{QByteArray(max, 'x') + "\n" + QByteArray(max - 1, 'y'), "y\n"}
+            << QStringList{QString(max, u'x'), QString(max, u'y')};
         QTest::newRow("cut across chunks, pending stays bounded")
             << Chunks{QByteArray(max - 10, 'a'), QByteArray(max, 'b'), QByteArray(max, 'c')}
             << QStringList{QString(max - 10, u'a') + QString(10, u'b'),
