@@ -80,7 +80,7 @@ private Q_SLOTS:
                  digestA);
     }
 
-    // Asked with HEAD only, engine first; a size that cannot be had counts nothing.
+    // Asked with HEAD only; a size that cannot be had counts nothing.
     void estimatesTheDownloadSize_data()
     {
         QTest::addColumn<Route>("engine");
