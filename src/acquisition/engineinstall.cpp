@@ -44,66 +44,28 @@ QCoro::Task<QString> expectedChecksum(EngineSpec spec, QString endpoint,
         throw Cancelled();
     QNetworkRequest request(url);
     request.setTransferTimeout(int(idleTimeout.count()));
-    // Deleted later: the abort below may come from inside one of its own signals.
-    std::unique_ptr<QNetworkReply, void (*)(QNetworkReply *)> reply(
-        sharedNetwork()->get(request), [](QNetworkReply *r) { r->deleteLater(); });
-    handle->attach(reply.get());
-    // Qt stops reading the socket when its buffer is full, so an endless body costs
-    // no more than the bound and the buffer.
-    reply->setReadBufferSize(64 * 1024);
-    QByteArray body;
-    bool tooLarge = false;
-    QNetworkReply *raw = reply.get();
-    auto overflow = [raw, &tooLarge] {
-        tooLarge = true;
-        QMetaObject::invokeMethod(raw, &QNetworkReply::abort, Qt::QueuedConnection);
-    };
-    QObject::connect(raw, &QNetworkReply::metaDataChanged, raw, [raw, overflow] {
-        const QVariant length = raw->header(QNetworkRequest::ContentLengthHeader);
-        if (length.isValid() && length.toLongLong() > maxChecksumListBytes)
-            overflow();
-    });
-    QObject::connect(raw, &QNetworkReply::readyRead, raw, [raw, &body, &tooLarge, overflow] {
-        if (tooLarge)
-            return;
-        body += raw->read(maxChecksumListBytes + 1 - body.size());
-        if (body.size() > maxChecksumListBytes)
-            overflow();
-    });
-    try {
-        co_await finished(raw, handle->scope());
-    } catch (...) {
-        QObject::disconnect(raw, nullptr, nullptr, nullptr);
-        throw;
-    }
-    QObject::disconnect(raw, nullptr, nullptr, nullptr);
-    if (handle->wasCancelled())
-        throw Cancelled();
-    if (!tooLarge)
-        body += raw->read(maxChecksumListBytes + 1 - body.size());
+    auto fetching = fetchSmall(request, maxChecksumListBytes, handle);
+    const SmallFetch got = co_await std::move(fetching);
 
     const QString failed = u"Could not get the engine checksum list: "_s;
-    if (tooLarge || body.size() > maxChecksumListBytes)
+    if (got.tooLarge)
         throw ProcessFailure(u"The engine checksum list is larger than "_s +
                              formatByteCount(maxChecksumListBytes) +
                              u", which no real list is, so it was not read."_s);
-    if (const auto problem = redirectProblem(raw->error()))
-        throw PlatformError(PlatformError::Kind::Network, failed + *problem + u"."_s, raw->error());
-    const QVariant status = raw->attribute(QNetworkRequest::HttpStatusCodeAttribute);
-    if (status.isValid() && (status.toInt() < 200 || status.toInt() > 299))
+    if (const auto problem = redirectProblem(got.error))
+        throw PlatformError(PlatformError::Kind::Network, failed + *problem + u"."_s, got.error);
+    if (got.status != 0 && (got.status < 200 || got.status > 299))
         throw ProcessFailure(u"Could not get the engine checksum list (error "_s +
-                             QString::number(status.toInt()) + u")."_s);
-    if (raw->error() == QNetworkReply::OperationCanceledError) {
-        // Qt reports its own time-out as a cancel; the player's is handled above.
+                             QString::number(got.status) + u")."_s);
+    if (got.timedOut)
         throw PlatformError(PlatformError::Kind::Network,
                             failed + u"nothing arrived for "_s +
                                 QString::number(idleTimeout.count() / 1000.0) + u" seconds."_s,
                             QNetworkReply::TimeoutError);
-    }
-    if (raw->error() != QNetworkReply::NoError)
-        throw PlatformError(PlatformError::Kind::Network, failed + *networkProblem(raw) + u"."_s,
-                            raw->error());
-    const auto digest = checksumFromList(QString::fromUtf8(body), spec.zipName);
+    if (got.problem)
+        throw PlatformError(PlatformError::Kind::Network, failed + *got.problem + u"."_s,
+                            got.error);
+    const auto digest = checksumFromList(QString::fromUtf8(got.body), spec.zipName);
     if (!digest)
         throw ProcessFailure(u"The checksum list has no entry for "_s + spec.zipName + u"."_s);
     co_return *digest;

@@ -218,3 +218,57 @@ std::optional<QString> networkProblem(const QNetworkReply *reply)
         return problem;
     return reply->errorString();
 }
+
+QCoro::Task<SmallFetch> fetchSmall(QNetworkRequest request, qint64 limit,
+                                   std::shared_ptr<FetchHandle> handle)
+{
+    Q_ASSERT(handle);
+    if (handle->wasCancelled())
+        throw Cancelled();
+    // Deleted later: the abort below may come from inside one of its own signals.
+    std::unique_ptr<QNetworkReply, void (*)(QNetworkReply *)> reply(
+        sharedNetwork()->get(request), [](QNetworkReply *r) { r->deleteLater(); });
+    handle->attach(reply.get());
+    // Qt stops reading the socket when its buffer is full, so an endless body costs
+    // no more than the bound and the buffer.
+    reply->setReadBufferSize(64 * 1024);
+    SmallFetch got;
+    QNetworkReply *raw = reply.get();
+    auto overflow = [raw, &got] {
+        got.tooLarge = true;
+        QMetaObject::invokeMethod(raw, &QNetworkReply::abort, Qt::QueuedConnection);
+    };
+    auto take = [raw, &got, limit, overflow] {
+        if (got.tooLarge)
+            return;
+        got.body += raw->read(limit + 1 - got.body.size());
+        if (got.body.size() > limit) {
+            got.body.truncate(limit);
+            overflow();
+        }
+    };
+    QObject::connect(raw, &QNetworkReply::metaDataChanged, raw, [raw, limit, overflow] {
+        const QVariant length = raw->header(QNetworkRequest::ContentLengthHeader);
+        if (length.isValid() && length.toLongLong() > limit)
+            overflow();
+    });
+    QObject::connect(raw, &QNetworkReply::readyRead, raw, take);
+    try {
+        co_await finished(raw, handle->scope());
+    } catch (...) {
+        QObject::disconnect(raw, nullptr, nullptr, nullptr);
+        throw;
+    }
+    QObject::disconnect(raw, nullptr, nullptr, nullptr);
+    if (handle->wasCancelled())
+        throw Cancelled();
+    take();
+    got.status = raw->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
+    // Qt reports its own time-out as a cancel; the player's is handled above.
+    got.timedOut = !got.tooLarge && raw->error() == QNetworkReply::OperationCanceledError;
+    if (!got.tooLarge && !got.timedOut) {
+        got.error = raw->error();
+        got.problem = networkProblem(raw);
+    }
+    co_return got;
+}

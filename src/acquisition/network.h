@@ -21,7 +21,9 @@ Q_DECLARE_LOGGING_CATEGORY(lcNetwork)
 #include "common/taskscope.h"
 
 #include <QNetworkReply>
+#include <QNetworkRequest>
 #include <QPointer>
+#include <memory>
 #include <optional>
 
 /** Waits for `reply` to finish, as one of `scope`'s waits. */
@@ -38,6 +40,27 @@ std::optional<QString> redirectProblem(QNetworkReply::NetworkError error);
  *  transport succeeded. Qt's idle time-out, which it reports as a cancel, is the
  *  caller's to tell. */
 std::optional<QString> networkProblem(const QNetworkReply *reply);
+
+class FetchHandle;
+
+/** @brief What a small GET brought: at most its limit of the body, and how it ended. */
+struct SmallFetch
+{
+    QByteArray body;       // no more than the limit
+    bool tooLarge = false; // the server announced or sent more than the limit
+    int status = 0;        // the HTTP status, 0 when none arrived
+    bool timedOut = false; // nothing arrived for the request's transfer time-out
+    // The transport's failure, and as the end of a sentence, unless it timed out or
+    // the body was too large (which aborts it).
+    QNetworkReply::NetworkError error = QNetworkReply::NoError;
+    std::optional<QString> problem;
+};
+
+/** GETs `request` with the shared manager, keeping at most `limit` bytes of the body:
+ *  an endless or huge body is cut off there and costs no more. Throws only Cancelled,
+ *  when `handle` was cancelled or its scope abandoned. */
+QCoro::Task<SmallFetch> fetchSmall(QNetworkRequest request, qint64 limit,
+                                   std::shared_ptr<FetchHandle> handle);
 
 /**
  * @brief A handle on a small request under way, so that a cancel can reach it.
