@@ -43,6 +43,9 @@ public:
     /** Written once the game's import has completed. */
     QString marker() const { return in(u"imported.marker"); }
     QString previousMarker() const { return in(u"imported.marker.previous"); }
+    /** Which game is installed in `game` (see GameVersion), written after each install. */
+    QString gameVersion() const { return in(u"game.version"); }
+    QString previousGameVersion() const { return in(u"game.version.previous"); }
     /** Held by the launcher that works on this folder. Inside the folder and never
      *  removed, so that "Remove everything" cannot let a second launcher in. */
     QString lock() const { return in(u".lock"); }

@@ -1,5 +1,6 @@
 #include "appmodel.h"
 
+#include "acquisition/gameversion.h"
 #include "app/housekeeping.h"
 #include "app/pipeline.h"
 #include "app/viewrules.h"
@@ -250,8 +251,43 @@ bool AppModel::isImported(const QString &root, qint64 major) const
     return QFileInfo(layout().marker()).isFile() && EngineManager::importIsComplete(root, major);
 }
 
+QString AppModel::gameVersion() const
+{
+    return m_gameVersion ? GameVersion::shortForm(*m_gameVersion) : QString();
+}
+
+QString AppModel::newerVersion() const
+{
+    const bool differs = m_gameVersion && GameVersion::isCommit(*m_gameVersion) &&
+                         !m_latestVersion.isEmpty() && m_latestVersion != *m_gameVersion;
+    return differs ? GameVersion::shortForm(m_latestVersion) : QString();
+}
+
+void AppModel::refreshGameVersion()
+{
+    const auto record = GameVersion::read(layout());
+    if (record != m_gameVersion) {
+        m_gameVersion = record;
+        Q_EMIT versionsChanged();
+    }
+}
+
+void AppModel::setLatestVersion(const QString &record)
+{
+    if (record != m_latestVersion) {
+        m_latestVersion = record;
+        Q_EMIT versionsChanged();
+    }
+}
+
+void AppModel::startUpdateChecks()
+{
+    m_housekeeping->startUpdateChecks();
+}
+
 void AppModel::refreshFromDisk()
 {
+    refreshGameVersion();
     const auto root = ProjectInspector::findProjectRoot(layout().game());
     if (root) {
         setInfo(ProjectInspector::inspect(*root));

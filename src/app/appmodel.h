@@ -49,6 +49,8 @@ class AppModel : public QObject
     Q_PROPERTY(bool isGameRunning READ isGameRunning NOTIFY stateChanged)
     Q_PROPERTY(bool canCancel READ canCancel NOTIFY stateChanged)
     Q_PROPERTY(bool busy READ isBusy NOTIFY stateChanged)
+    Q_PROPERTY(QString gameVersion READ gameVersion NOTIFY versionsChanged)
+    Q_PROPERTY(QString newerVersion READ newerVersion NOTIFY versionsChanged)
 
 public:
     /** What tests and packagers may change: where things come from, and delays. */
@@ -75,6 +77,8 @@ public:
         std::chrono::milliseconds settleDelay{300};
         // How long a child asked to terminate gets before it is killed.
         std::chrono::milliseconds stopGrace{3000};
+        // How often, at most, the game's host is asked for a newer version.
+        std::chrono::milliseconds updateCheckInterval{6 * 3600 * 1000};
 
         static QString defaultGameArchiveUrl();
     };
@@ -97,6 +101,10 @@ public:
     bool savesFolderExists() const { return m_savesFolderExists; }
     bool fullscreen() const { return m_fullscreen; }
     QString resolution() const { return m_resolution; }
+    /** The installed game's version as the player sees it; empty when unknown. */
+    QString gameVersion() const;
+    /** The version the game's host offers, when it is not the installed one. */
+    QString newerVersion() const;
     LogStore *log() const { return m_log; }
     const Config &config() const { return m_config; }
     const DataLayout &layout() const { return m_config.layout; }
@@ -142,6 +150,9 @@ public:
     QCoro::Task<void> loadSizeEstimate();
     /** The space the files in the base folder take on disk, 0 when it is absent. */
     QCoro::Task<qint64> installedSize();
+    /** Asks the game's host for a newer version now, when idle, and then at most every
+     *  updateCheckInterval; nothing is ever downloaded by it. */
+    void startUpdateChecks();
 
 Q_SIGNALS:
     void stateChanged();
@@ -154,6 +165,7 @@ Q_SIGNALS:
     void savesFolderExistsChanged();
     void fullscreenChanged();
     void resolutionChanged();
+    void versionsChanged();
 
 private:
     friend class Pipeline;
@@ -168,6 +180,8 @@ private:
     void setFailureReport(std::optional<QString> report);
     void setDownloadSizeText(std::optional<QString> text);
     void setSavesFolderExists(bool exists);
+    void refreshGameVersion();
+    void setLatestVersion(const QString &record);
     /** Starts a step the player sees: its state, no fraction, its own line under the bar. */
     void beginStep(const AppState &state, const QString &progressText = {});
 
@@ -189,6 +203,8 @@ private:
     bool m_savesFolderExists = false;
     bool m_fullscreen = false;
     QString m_resolution;
+    std::optional<QString> m_gameVersion; // the record on disk
+    QString m_latestVersion;              // what the host named last
 
     LogStore *m_log;
     DataFolder m_dataFolder;

@@ -75,6 +75,7 @@ void DataFolder::sweep() const
     if (ProjectInspector::findProjectRoot(m_layout.game())) {
         removeTree(m_layout.previousGame());
         removeTree(m_layout.previousMarker());
+        removeTree(m_layout.previousGameVersion());
     }
     for (const QString &version : versions) {
         if (EngineManager::firstExecutable(m_layout.engine(version))) {

@@ -1,5 +1,6 @@
 #include "housekeeping.h"
 
+#include "acquisition/gameversion.h"
 #include "acquisition/repodownloader.h"
 #include "app/appmodel.h"
 #include "app/pipeline.h"
@@ -14,6 +15,7 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QScopeGuard>
 #include <QUrl>
 
 #include <ftw.h>
@@ -79,6 +81,7 @@ void Housekeeping::updateGame()
         return;
     const DataLayout &layout = m.layout();
     setAside(layout.marker(), layout.previousMarker());
+    setAside(layout.gameVersion(), layout.previousGameVersion());
     setAside(layout.game(), layout.previousGame());
     m.setInfo(std::nullopt);
     // Cleared with the rest by play(), in call order: the notice belongs to the old run.
@@ -95,6 +98,7 @@ void Housekeeping::reinstall()
     setAside(layout.game(), layout.previousGame());
     setAside(layout.engines(), layout.previousEngines());
     setAside(layout.marker(), layout.previousMarker());
+    setAside(layout.gameVersion(), layout.previousGameVersion());
     m.setInfo(std::nullopt);
     m.play();
 }
@@ -161,4 +165,55 @@ QCoro::Task<qint64> Housekeeping::installedSize()
     const auto walk = [base] { return allocatedBytes(base); };
     auto walking = onWorker(m.m_scope, walk);
     co_return co_await std::move(walking);
+}
+
+void Housekeeping::startUpdateChecks()
+{
+    if (m_updateTimer.isActive())
+        return;
+    const auto due = [this] {
+        m_checkDue = true;
+        checkWhenIdle();
+    };
+    QObject::connect(&m_updateTimer, &QTimer::timeout, &m, due);
+    QObject::connect(&m, &AppModel::stateChanged, &m, [this] { checkWhenIdle(); });
+    m_updateTimer.start(m.config().updateCheckInterval);
+    due();
+}
+
+void Housekeeping::checkWhenIdle()
+{
+    if (!m_checkDue || m_checking || m.isBusy() || m.isWorking())
+        return;
+    m_checkDue = false;
+    checkForUpdate();
+}
+
+QCoro::Task<void> Housekeeping::checkForUpdate()
+{
+    // Only a game known by its commit can be compared with the branch.
+    const auto installed = GameVersion::read(m.layout());
+    if (!installed || !GameVersion::isCommit(*installed))
+        co_return;
+    const QString failed = u"Could not check for a newer version of the game: "_s;
+    const auto source = GameVersion::sourceOf(QUrl(m.config().gameArchiveUrl));
+    if (!source) {
+        m.m_log->append(failed + u"its address names no branch."_s);
+        co_return;
+    }
+    m_checking = true;
+    const auto done = qScopeGuard([this] { m_checking = false; });
+    try {
+        auto asking = GameVersion::latest(*source, m.config().downloadIdleTimeout,
+                                          std::make_shared<FetchHandle>(m.m_scope));
+        const QString latest = co_await std::move(asking);
+        m.m_log->append(u"The game's host offers version "_s + GameVersion::shortForm(latest) +
+                        u"."_s);
+        m.setLatestVersion(latest);
+    } catch (const Cancelled &) {
+        // The launcher is closing.
+    } catch (const std::exception &error) {
+        // The player is told nothing: nothing is lost, and the next check may do better.
+        m.m_log->append(failed + QString::fromUtf8(error.what()) + u"."_s);
+    }
 }

@@ -2,6 +2,7 @@
 
 #include <QCoroTask>
 #include <QString>
+#include <QTimer>
 
 class AppModel;
 
@@ -31,9 +32,17 @@ public:
     /** The allocated size of the files in the base folder (followed if it is a link),
      *  0 when it is absent. */
     QCoro::Task<qint64> installedSize();
+    /** Asks for a newer version of the game now and then every interval, each time
+     *  only once the launcher is idle with a game installed. */
+    void startUpdateChecks();
 
 private:
     bool allowed();
+    void checkWhenIdle();
+    QCoro::Task<void> checkForUpdate();
 
     AppModel &m;
+    QTimer m_updateTimer;
+    bool m_checkDue = false;
+    bool m_checking = false;
 };

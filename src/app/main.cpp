@@ -57,15 +57,19 @@ int main(int argc, char *argv[])
         [] { QCoreApplication::exit(1); }, Qt::QueuedConnection);
     engine.load(QUrl(QString::fromLatin1(mainWindowUrl)));
 
-    // The size estimate asks the servers once the window shows: nothing of the network
-    // stands between the player and the first frame. Queued: the render loop announces
-    // a swapped frame before it has finished with it, and the first request loads the
-    // TLS backend, which took several milliseconds inside the first frame.
+    // The size estimate and the update check ask the servers once the window shows: nothing of the
+    // network stands between the player and the first frame. Queued: the render loop announces a
+    // swapped frame before it has finished with it, and the first request loads the TLS backend,
+    // which took several milliseconds inside the first frame.
     if (auto *window = engine.rootObjects().isEmpty()
                            ? nullptr
                            : qobject_cast<QQuickWindow *>(engine.rootObjects().first())) {
         QObject::connect(
-            window, &QQuickWindow::frameSwapped, model, [model] { model->loadSizeEstimate(); },
+            window, &QQuickWindow::frameSwapped, model,
+            [model] {
+                model->loadSizeEstimate();
+                model->startUpdateChecks();
+            },
             Qt::ConnectionType(Qt::SingleShotConnection | Qt::QueuedConnection));
     }
 

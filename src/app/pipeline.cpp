@@ -3,6 +3,7 @@
 #include "acquisition/engineinstall.h"
 #include "acquisition/filedownloader.h"
 #include "acquisition/followinghash.h"
+#include "acquisition/gameversion.h"
 #include "acquisition/importwatcher.h"
 #include "acquisition/network.h"
 #include "acquisition/offscreendisplay.h"
@@ -210,11 +211,16 @@ QCoro::Task<void> Pipeline::downloadGame()
     if (!isValidAddress(url))
         throw ProcessFailure(u"Bad game address."_s);
     const DataLayout &layout = m.layout();
+    QString version;
     try {
         const FolderGuard temp{TempFolders::make()};
         const QString name = u"game"_s, label = u"the game"_s, file = u"game.zip"_s;
         const QString zip = co_await download(name, label, url, file, temp.path);
         throwIfCancelled();
+        // Named: GCC 12 frees temporaries of a co_await expression too early.
+        const auto identify = [zip] { return GameVersion::identify(zip); };
+        auto identifying = onWorker(m.m_scope, identify);
+        version = co_await std::move(identifying);
 
         m.beginStep(AppState::settingUp(u"unpacking the game"_s));
         // Whatever happens, no half-unpacked copy stays behind; after the move it is
@@ -224,12 +230,13 @@ QCoro::Task<void> Pipeline::downloadGame()
         co_await RepoDownloader::unzip(zip, staging.path, m.m_log, box, m.config().unpacker);
         if (!ProjectInspector::findProjectRoot(staging.path))
             throw ProcessFailure(u"The downloaded game has no project.godot file."_s);
-        // Only now, and before the swap: the marker records the old game's import, and
-        // must never stand beside another game.
-        if (!removeTree(layout.marker()))
-            throw PlatformError(PlatformError::Kind::FileSystem,
-                                u"Could not remove the old import record \u201c"_s +
-                                    layout.marker() + u"\u201d."_s);
+        // Only now, and before the swap: the marker and the version describe the old
+        // game, and must never stand beside another one.
+        for (const QString &record : {layout.marker(), layout.gameVersion()})
+            if (!removeTree(record))
+                throw PlatformError(PlatformError::Kind::FileSystem,
+                                    u"Could not remove the old game's record \u201c"_s + record +
+                                        u"\u201d."_s);
         replaceByRename(staging.path, layout.game(), layout.gameAside(), u"the game"_s);
     } catch (...) {
         restorePrevious();
@@ -237,7 +244,11 @@ QCoro::Task<void> Pipeline::downloadGame()
     }
     removeTree(layout.previousGame());
     removeTree(layout.previousMarker());
+    removeTree(layout.previousGameVersion());
     m.m_log->append(u"Game unpacked."_s);
+    if (!version.isEmpty() && GameVersion::write(layout, version))
+        m.m_log->append(u"Game version: "_s + GameVersion::shortForm(version));
+    m.refreshGameVersion();
 }
 
 QCoro::Task<void> Pipeline::downloadEngine(EngineSpec spec)
@@ -293,6 +304,7 @@ void Pipeline::restorePrevious()
         exists(QFile::encodeName(layout.previousGame()), Links::DoNotFollow) &&
         setAside(layout.previousGame(), layout.game())) {
         setAside(layout.previousMarker(), layout.marker());
+        setAside(layout.previousGameVersion(), layout.gameVersion());
         m.m_log->append(u"The update could not be downloaded; your installed game was kept."_s);
         if (const auto root = ProjectInspector::findProjectRoot(layout.game()))
             m.setInfo(ProjectInspector::inspect(*root));

@@ -22,7 +22,8 @@ ViewRules::ViewRules(AppModel &model)
     // Every derived text follows the published fields it reads; one signal keeps
     // the bindings simple, and re-reading a few short strings costs nothing.
     for (auto signal : {&AppModel::stateChanged, &AppModel::progressChanged, &AppModel::infoChanged,
-                        &AppModel::downloadSizeTextChanged, &AppModel::savesFolderExistsChanged})
+                        &AppModel::downloadSizeTextChanged, &AppModel::savesFolderExistsChanged,
+                        &AppModel::versionsChanged})
         connect(&model, signal, this, &ViewRules::changed);
 }
 
@@ -82,6 +83,31 @@ QString ViewRules::downloadNote(AppState::Kind state, const std::optional<QStrin
         return {};
     return u"Downloads the game and the Godot engine once, "_s +
            size.value_or(u"a one-time download"_s) + u". Nothing to type."_s;
+}
+
+QString ViewRules::updateNote() const
+{
+    return updateNote(state(), m.newerVersion());
+}
+
+QString ViewRules::updateNote(AppState::Kind state, const QString &newer)
+{
+    if (newer.isEmpty() || (state != AppState::Ready && state != AppState::Needs))
+        return {};
+    return u"A newer version of the game is available. Update it in Settings."_s;
+}
+
+QString ViewRules::updateDetail() const
+{
+    if (m.newerVersion().isEmpty())
+        return {};
+    return u"A newer version is available (installed "_s + m.gameVersion() + u", latest "_s +
+           m.newerVersion() + u")."_s;
+}
+
+QString ViewRules::versionLine() const
+{
+    return m.gameVersion().isEmpty() ? QString() : u"Game version: "_s + m.gameVersion();
 }
 
 QString ViewRules::summaryText() const

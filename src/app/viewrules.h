@@ -26,6 +26,9 @@ class ViewRules : public QObject
     Q_PROPERTY(QString playTitle READ playTitle NOTIFY changed)
     Q_PROPERTY(QString progressStyle READ progressStyle NOTIFY changed)
     Q_PROPERTY(QString downloadNote READ downloadNote NOTIFY changed)
+    Q_PROPERTY(QString updateNote READ updateNote NOTIFY changed)
+    Q_PROPERTY(QString updateDetail READ updateDetail NOTIFY changed)
+    Q_PROPERTY(QString versionLine READ versionLine NOTIFY changed)
     Q_PROPERTY(QString summaryText READ summaryText NOTIFY changed)
     Q_PROPERTY(QString licenceLine READ licenceLine NOTIFY changed)
     Q_PROPERTY(QVariantList controlRows READ controlRows NOTIFY changed)
@@ -55,6 +58,13 @@ public:
     static QString progressStyle(AppState::Kind state, bool hasFraction);
     QString downloadNote() const;
     static QString downloadNote(AppState::Kind state, const std::optional<QString> &size);
+    /** Under the state line, while the game can be updated: a newer one exists. */
+    QString updateNote() const;
+    static QString updateNote(AppState::Kind state, const QString &newer);
+    /** Beside "Update the game": which version is installed and which is offered. */
+    QString updateDetail() const;
+    /** For About: the installed game's version, when known. */
+    QString versionLine() const;
     QString summaryText() const;
     QString licenceLine() const;
     QVariantList controlRows() const;

@@ -49,6 +49,13 @@ Sheet {
             text: "Godot Engine is free software under the MIT licence (godotengine.org)."
         }
         Secondary {
+            objectName: "versionLine"
+            width: parent.width
+            visible: text !== ""
+            text: ViewRules.versionLine
+            font.pointSize: Qt.application.font.pointSize * 0.9
+        }
+        Secondary {
             width: parent.width
             text: ViewRules.basedOnText
             font.pointSize: Qt.application.font.pointSize * 0.9

@@ -92,6 +92,13 @@ ScrollView {
                 font.pointSize: view.baseSize * 1.2
                 font.bold: true
             }
+            Secondary {
+                objectName: "updateNote"
+                width: parent.width
+                horizontalAlignment: Text.AlignHCenter
+                visible: text !== ""
+                text: ViewRules.updateNote
+            }
             Column {
                 width: parent.width
                 spacing: 6

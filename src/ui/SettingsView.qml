@@ -85,6 +85,14 @@ Sheet {
                 onClicked: removeQuestion.open()
             }
         }
+        Label {
+            objectName: "updateDetail"
+            width: parent.width
+            wrapMode: Text.WordWrap
+            visible: text !== ""
+            text: ViewRules.updateDetail
+            font.pointSize: Qt.application.font.pointSize * 0.85
+        }
         Secondary {
             width: parent.width
             text: "Updating downloads the game again. Save files are kept: Godot stores them outside this app's folder."

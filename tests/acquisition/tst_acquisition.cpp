@@ -3,6 +3,7 @@
 // download must never lose.
 #include "acquisition/engineinstall.h"
 #include "acquisition/followinghash.h"
+#include "acquisition/gameversion.h"
 #include "acquisition/repodownloader.h"
 #include "app/appmodel.h"
 #include "app/pipeline.h"
@@ -78,6 +79,56 @@ private Q_SLOTS:
         QCOMPARE(read(u"<html>\n\n   \n*** ***\n"_s + digestA + u"  "_s + zipName + u"\n"_s +
                       QString(128, u'b') + u"  "_s + zipName),
                  digestA);
+    }
+
+    // A git host's archive names its commit in the zip's comment; anything else is
+    // known by its own digest.
+    void knowsTheGameVersion_data()
+    {
+        QTest::addColumn<QByteArray>("comment"); // "git": as git archive writes it
+        QTest::addColumn<int>("lie");            // added to the comment's length field
+        QTest::addColumn<bool>("commit");
+
+        QTest::newRow("git archive") << QByteArray("git") << 0 << true;
+        QTest::newRow("none") << QByteArray() << 0 << false;
+        QTest::newRow("a commit and a line feed") << QByteArray(40, 'c') + '\n' << 0 << true;
+        QTest::newRow("a length longer than the file") << QByteArray(40, 'c') << 1 << false;
+        QTest::newRow("a length shorter than the comment") << QByteArray(40, 'c') << -1 << false;
+        QTest::newRow("text that is no commit") << QByteArray(40, 'g') << 0 << false;
+    }
+    void knowsTheGameVersion()
+    {
+        QFETCH(QByteArray, comment);
+        QFETCH(int, lie);
+        QFETCH(bool, commit);
+
+        TestEnv env;
+        const QString zip = env.root() + u"/game.zip"_s, source = env.root() + u"/source"_s;
+        TestEnv::build(source, {u"Zorbit/project.godot=config_version=4"_s});
+        QString expected;
+        if (comment == "git") {
+            const auto git = [&](const QStringList &arguments) {
+                const QStringList who{u"-c"_s, u"user.name=t"_s, u"-c"_s, u"user.email=t@t"_s};
+                return TestEnv::toolOutput(u"git"_s, who + arguments, source).trimmed();
+            };
+            git({u"init"_s, u"-q"_s});
+            git({u"add"_s, u"."_s});
+            git({u"commit"_s, u"-qm"_s, u"x"_s});
+            git({u"archive"_s, u"--format=zip"_s, u"-o"_s, zip, u"HEAD"_s});
+            expected = git({u"rev-parse"_s, u"HEAD"_s});
+        } else {
+            TestEnv::zipFolder(source, zip);
+            QByteArray bytes = TestEnv::readFile(zip);
+            // The end record is the last 22 bytes; its last two give the comment's length.
+            const int length = int(comment.size()) + lie;
+            bytes[bytes.size() - 2] = char(length & 0xff);
+            bytes[bytes.size() - 1] = char(length >> 8);
+            TestEnv::writeFile(zip, bytes + comment);
+            expected = QString::fromLatin1(comment.trimmed());
+        }
+        if (!commit)
+            expected = u"sha256:"_s + TestEnv::toolOutput(u"sha256sum"_s, {zip}).left(64);
+        QCOMPARE(GameVersion::identify(zip), expected);
     }
 
     // Asked with HEAD only; a size that cannot be had counts nothing.
@@ -240,12 +291,15 @@ private Q_SLOTS:
         auto outcome = runVoidTask(model.pipeline().downloadGame(), 30000);
         compareError(outcome.errorText(), message);
         if (message.isEmpty()) {
-            // Nothing of the old game, its import record or any leftover stays beside it.
-            QCOMPARE(TestEnv::entries(base), QStringList{u"Game"_s});
+            // Nothing of the old game, its import record or any leftover stays beside it;
+            // the new game's version does.
+            QCOMPARE(TestEnv::entries(base), (QStringList{u"Game"_s, u"game.version"_s}));
+            const QString digest = TestEnv::toolOutput(u"sha256sum"_s, {zip}).left(64);
+            QCOMPARE(GameVersion::read(model.layout()), u"sha256:"_s + digest);
             const QString installed = base + u"/Game/"_s + projectPath;
             QCOMPARE(TestEnv::readFile(installed), project);
             QVERIFY(QFileInfo(QFileInfo(installed).path() + u"/run.sh"_s).isExecutable());
-            QVERIFY(settled(model.log()).contains(u"Game unpacked."_s));
+            QVERIFY(settled(model.log()).contains(u"Game version: "_s + digest.left(7)));
         } else if (fault == u"blockedBase") {
             QVERIFY(QFileInfo(base).isFile());
         } else {

@@ -1,5 +1,6 @@
 #include "acquisition/engineinstall.h"
 #include "acquisition/filedownloader.h"
+#include "acquisition/gameversion.h"
 #include "acquisition/repodownloader.h"
 #include "app/appmodel.h"
 #include "coro.h"
@@ -235,6 +236,124 @@ private Q_SLOTS:
                  qPrintable(gameProgress.join(u'|')));
         QVERIFY2(gameProgress.filter(u" of "_s).isEmpty(), qPrintable(gameProgress.join(u'|')));
         QVERIFY(!fraction);
+    }
+
+    // Asked once the launcher is idle, answered in the player's window or in one log
+    // line; never a download.
+    void checksForANewerVersion_data()
+    {
+        QTest::addColumn<QString>("installed"); // the record on disk
+        QTest::addColumn<QString>("archive");   // the game's address, below the server
+        QTest::addColumn<Route>("refs");
+        QTest::addColumn<QString>("newer");
+        QTest::addColumn<QString>("logged"); // after "Could not check for a newer version of
+                                             // the game: ", or the host's offer
+
+        const QString a = QString(40, u'a'), b = u"b0"_s + QString(38, u'c');
+        const QString branch = u"/orrik/Zorbit/archive/refs/heads/master.zip"_s;
+        // pkt-lines as git writes them: four hex digits counting themselves, then the line.
+        const auto pkt = [](const QByteArray &line) -> QByteArray {
+            return QByteArray::number(line.size() + 4, 16).rightJustified(4, '0') + line;
+        };
+        const auto refs = [&](const QByteArray &before, const QString &master) {
+            QByteArray text = pkt("# service=git-upload-pack\n");
+            text += "0000";
+            text += pkt(b.toLatin1() + " HEAD\0multi_ack side-band-64k\n");
+            text += before;
+            text += pkt(master.toLatin1() + " refs/heads/master\n");
+            text += pkt(a.toLatin1() + " refs/tags/v1\n");
+            text += "0000";
+            return text;
+        };
+        const auto served = [](const QByteArray &body) { return Route{.body = body}; };
+        QByteArray tags;
+        for (int i = 0; tags.size() < 300 * 1024; ++i)
+            tags += pkt(a.toLatin1() + " refs/heads/feature" + QByteArray::number(i) + "\n");
+        const QString noBranch = u"the host's answer names no branch \u201cmaster\u201d."_s;
+        const QString sha = u"sha256:"_s + QString(64, u'e');
+
+        QTest::newRow("newer") << a << branch << served(refs({}, b)) << u"b0ccccc"_s
+                               << u"The game's host offers version b0ccccc."_s;
+        QTest::newRow("the same, from a short archive address")
+            << a << u"/orrik/Zorbit/archive/master.zip"_s << served(refs({}, a)) << QString()
+            << u"The game's host offers version aaaaaaa."_s;
+        QTest::newRow("branch after a large advertisement")
+            << a << branch << served(refs(tags, b)) << QString()
+            << u"the host's answer was larger than it may be."_s;
+        QTest::newRow("endless advertisement")
+            << a << branch
+            << Route{.body = refs(tags + tags + tags, b),
+                     .sendLength = false,
+                     .dripBytesPerChunk = 64 * 1024}
+            << QString() << u"the host's answer was larger than it may be."_s;
+        QTest::newRow("not git's protocol")
+            << a << branch << served("<html>" + refs({}, b)) << QString() << noBranch;
+        QTest::newRow("a length that lies")
+            << a << branch
+            << served(pkt("# service=git-upload-pack\n") + "0000ffff" + b.toLatin1() +
+                      " refs/heads/master\n")
+            << QString() << noBranch;
+        QTest::newRow("a length below its own four")
+            << a << branch << served(pkt("# service=git-upload-pack\n") + "0002" + refs({}, b))
+            << QString() << noBranch;
+        QTest::newRow("no such branch")
+            << a << branch
+            << served(refs({}, b).replace("refs/heads/master", "refs/heads/masterpiece"))
+            << QString() << noBranch;
+        QTest::newRow("404") << a << branch << Route{.status = 404} << QString()
+                             << u"the host answered with error 404."_s;
+        QTest::newRow("stall") << a << branch << Route{.body = "x", .stall = true} << QString()
+                               << u"nothing arrived for 0.5 seconds."_s;
+        QTest::newRow("redirect to another host")
+            << a << branch << TestHttpServer::redirect("http://localhost:1/elsewhere") << QString()
+            << u"the host sent it to another address, which is refused."_s;
+        QTest::newRow("an address without a branch")
+            << a << u"/master.zip"_s << served(refs({}, b)) << QString()
+            << u"its address names no branch."_s;
+        QTest::newRow("a game known by its archive alone")
+            << sha << branch << served(refs({}, b)) << QString() << QString();
+    }
+    void checksForANewerVersion()
+    {
+        QFETCH(QString, installed);
+        QFETCH(QString, archive);
+        QFETCH(Route, refs);
+        QFETCH(QString, newer);
+        QFETCH(QString, logged);
+
+        TestEnv env;
+        TestHttpServer server;
+        const QString refsPath = u"/orrik/Zorbit.git/info/refs"_s;
+        server.setRoute(refsPath, refs);
+        AppModel::Config config;
+        config.gameArchiveUrl = server.url(archive).toString();
+        config.downloadIdleTimeout = std::chrono::milliseconds(500);
+        QVERIFY(GameVersion::write(config.layout, installed));
+        AppModel model(config);
+        QCOMPARE(model.gameVersion(), installed.right(installed.size() == 40 ? 40 : 64).left(7));
+        model.startUpdateChecks();
+        const auto said = [&] {
+            return model.log()->lines().filter(
+                QRegularExpression(u"^(Could not check for a newer version|The game's host)"_s));
+        };
+        if (logged.isEmpty()) {
+            QTest::qWait(300);
+        } else {
+            QTRY_VERIFY_WITH_TIMEOUT(!said().isEmpty(), 5000);
+            const QString line = said().constFirst();
+            QVERIFY2(line.endsWith(logged), qPrintable(line));
+            QTest::qWait(100); // nothing more comes
+        }
+        QCOMPARE(said().size(), int(!logged.isEmpty()));
+        QCOMPARE(model.newerVersion(), newer);
+        QCOMPARE(server.hits(refsPath), int(!logged.isEmpty() && archive != u"/master.zip"));
+        QCOMPARE(server.hits(archive), 0);
+        // The update's new record makes the line go.
+        if (!newer.isEmpty()) {
+            QVERIFY(GameVersion::write(config.layout, u"b0"_s + QString(38, u'c')));
+            model.refreshFromDisk();
+            QCOMPARE(model.newerVersion(), QString());
+        }
     }
 
     void cleanupTestCase()
