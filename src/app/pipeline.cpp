@@ -242,11 +242,14 @@ QCoro::Task<void> Pipeline::downloadGame()
         restorePrevious();
         throw;
     }
+    // Written before anything says the game is in place: a launcher killed after that
+    // point does not download the game again, and could not learn its version.
+    const bool recorded = !version.isEmpty() && GameVersion::write(layout, version);
     removeTree(layout.previousGame());
     removeTree(layout.previousMarker());
     removeTree(layout.previousGameVersion());
     m.m_log->append(u"Game unpacked."_s);
-    if (!version.isEmpty() && GameVersion::write(layout, version))
+    if (recorded)
         m.m_log->append(u"Game version: "_s + GameVersion::shortForm(version));
     m.refreshGameVersion();
 }

@@ -472,7 +472,8 @@ private Q_SLOTS:
         QCOMPARE(f.hits(PlayWorld::enginePath) == engineFetches, engineDone);
         // Nothing of the dead run is left behind.
         QCOMPARE(TestEnv::entries(base),
-                 (QStringList{u".lock"_s, u"Engine"_s, u"Game"_s, u"imported.marker"_s}));
+                 (QStringList{u".lock"_s, u"Engine"_s, u"Game"_s, u"game.version"_s,
+                              u"imported.marker"_s}));
         QCOMPARE(TestEnv::entries(base + u"/Engine"_s), QStringList{u"4.3-stable"_s});
         QCOMPARE(f.env.tmpEntries(), QStringList{});
     }
