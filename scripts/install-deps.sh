@@ -28,6 +28,8 @@ packages=(
   imagemagick libmagickcore-6.q16-6-extra sox
   # The network tests' proxy: the program alone, without the system service.
   tinyproxy-bin
+  # A desktop theme that hands over its own palette, for the window tests.
+  qt6ct
 )
 
 missing=()

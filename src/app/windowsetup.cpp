@@ -5,11 +5,65 @@
 #include "app/viewrules.h"
 
 #include <QColor>
+#include <QGuiApplication>
+#include <QMetaEnum>
+#include <QPalette>
 #include <QPointer>
 #include <QQmlEngine>
+#include <QWindow>
 
 namespace {
 QPointer<AppModel> windowModel;
+
+// Qt Quick Controls' Fusion style in Qt 6.4 colours the controls and the window from
+// a light palette of its own, unless the desktop says it is dark in a way Qt 6.4
+// reads; plain items take the application's palette. Under a theme that hands over a
+// dark palette (qt6ct, KDE's) the window stayed light while the panels and the text
+// measured against them took the dark palette's colours. So every window takes the
+// application's palette whole, and again whenever it changes: one palette, the
+// desktop's, for everything that is drawn and everything that is measured.
+class DesktopPalette : public QObject
+{
+public:
+    using QObject::QObject;
+
+    static void apply(QObject *window)
+    {
+        auto *palette = window->property("palette").value<QObject *>();
+        if (!palette)
+            return; // not a Qt Quick window
+        const QPalette desktop = QGuiApplication::palette();
+        const QMetaEnum roles = QMetaEnum::fromType<QPalette::ColorRole>();
+        for (const auto &[group, name] : {std::pair(QPalette::Active, "active"),
+                                          {QPalette::Inactive, "inactive"},
+                                          {QPalette::Disabled, "disabled"}}) {
+            auto *colors = palette->property(name).value<QObject *>();
+            for (int role = 0; role < QPalette::NColorRoles; ++role) {
+                QByteArray key = roles.valueToKey(role);
+                if (role == QPalette::NoRole || key.isEmpty())
+                    continue;
+                key[0] = char(QChar::toLower(key[0]));
+                // Only what differs: each change runs through every binding of the window.
+                const QColor color = desktop.color(group, QPalette::ColorRole(role));
+                if (colors->property(key).value<QColor>() != color)
+                    colors->setProperty(key, color);
+            }
+        }
+    }
+
+protected:
+    bool eventFilter(QObject *watched, QEvent *event) override
+    {
+        if (event->type() == QEvent::Show && watched->isWindowType()) {
+            apply(watched);
+        } else if (event->type() == QEvent::ApplicationPaletteChange && watched == qApp) {
+            const auto windows = QGuiApplication::topLevelWindows();
+            for (QWindow *window : windows)
+                apply(window);
+        }
+        return false;
+    }
+};
 } // namespace
 
 void registerWindowTypes(AppModel *model)
@@ -30,6 +84,7 @@ void registerWindowTypes(AppModel *model)
                 return rules;
             });
         qmlRegisterType<LogText>("Vantro", 1, 0, "LogText");
+        qApp->installEventFilter(new DesktopPalette(qApp));
         return true;
     }();
     Q_UNUSED(registered);
@@ -40,26 +95,27 @@ void useBuiltInViews(QQmlEngine &engine)
     engine.addImportPath(QStringLiteral("qrc:/"));
 }
 
-void applyDarkPalette(QObject *window)
+void applyDarkPalette()
 {
-    auto *palette = window->property("palette").value<QObject *>();
-    const std::pair<const char *, QColor> roles[] = {{"window", QColor(0x2b, 0x2b, 0x2b)},
-                                                     {"windowText", QColor(0xee, 0xee, 0xee)},
-                                                     {"base", QColor(0x1e, 0x1e, 0x1e)},
-                                                     {"alternateBase", QColor(0x35, 0x35, 0x35)},
-                                                     {"text", QColor(0xee, 0xee, 0xee)},
-                                                     {"button", QColor(0x3c, 0x3c, 0x3c)},
-                                                     {"buttonText", QColor(0xee, 0xee, 0xee)},
-                                                     {"highlight", QColor(0x35, 0x84, 0xe4)},
-                                                     {"highlightedText", QColor(Qt::white)},
-                                                     {"link", QColor(0x78, 0xae, 0xed)},
-                                                     {"placeholderText", QColor(0xa0, 0xa0, 0xa0)},
-                                                     {"mid", QColor(0x50, 0x50, 0x50)},
-                                                     {"light", QColor(0x50, 0x50, 0x50)},
-                                                     {"dark", QColor(0x20, 0x20, 0x20)}};
+    QPalette palette;
+    const std::pair<QPalette::ColorRole, QColor> roles[] = {
+        {QPalette::Window, QColor(0x2b, 0x2b, 0x2b)},
+        {QPalette::WindowText, QColor(0xee, 0xee, 0xee)},
+        {QPalette::Base, QColor(0x1e, 0x1e, 0x1e)},
+        {QPalette::AlternateBase, QColor(0x35, 0x35, 0x35)},
+        {QPalette::Text, QColor(0xee, 0xee, 0xee)},
+        {QPalette::Button, QColor(0x3c, 0x3c, 0x3c)},
+        {QPalette::ButtonText, QColor(0xee, 0xee, 0xee)},
+        {QPalette::Highlight, QColor(0x35, 0x84, 0xe4)},
+        {QPalette::HighlightedText, QColor(Qt::white)},
+        {QPalette::Link, QColor(0x78, 0xae, 0xed)},
+        {QPalette::PlaceholderText, QColor(0xa0, 0xa0, 0xa0)},
+        {QPalette::Mid, QColor(0x50, 0x50, 0x50)},
+        {QPalette::Light, QColor(0x50, 0x50, 0x50)},
+        {QPalette::Dark, QColor(0x20, 0x20, 0x20)}};
     for (const auto &[role, color] : roles)
-        palette->setProperty(role, color);
-    auto *disabled = palette->property("disabled").value<QObject *>();
-    for (const char *role : {"windowText", "buttonText", "text"})
-        disabled->setProperty(role, QColor(0x80, 0x80, 0x80));
+        palette.setColor(role, color);
+    for (const auto role : {QPalette::WindowText, QPalette::ButtonText, QPalette::Text})
+        palette.setColor(QPalette::Disabled, role, QColor(0x80, 0x80, 0x80));
+    QGuiApplication::setPalette(palette);
 }

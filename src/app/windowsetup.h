@@ -1,7 +1,6 @@
 #pragma once
 
 class AppModel;
-class QObject;
 class QQmlEngine;
 
 /**
@@ -9,8 +8,10 @@ class QQmlEngine;
  * "Vantro".
  *
  * Every engine created afterwards sees `model` as the AppModel singleton and its
- * rules as the ViewRules singleton; the
- * program, the screenshot tool and the window tests go through this one call.
+ * rules as the ViewRules singleton. Every Qt Quick window, when shown and whenever the
+ * desktop's palette changes, takes the application's palette as its own, so that the
+ * controls, the panels and the colours the views compute all come from one palette.
+ * The program, the screenshot tool and the window tests go through this one call.
  */
 void registerWindowTypes(AppModel *model);
 
@@ -18,10 +19,10 @@ void registerWindowTypes(AppModel *model);
  *  folder on disk, so a stray Vantro/qmldir beside the program cannot hide it. */
 void useBuiltInViews(QQmlEngine &engine);
 
-/** Gives `window` (a QML window) roughly the palette a dark desktop theme hands to Qt,
- *  the way a platform theme's palette reaches every control in it: for the
- *  screenshot tool and the window tests. */
-void applyDarkPalette(QObject *window);
+/** Hands the application roughly the palette a dark desktop theme hands to Qt, the way
+ *  qt6ct and KDE's theme do (QGuiApplication::setPalette): for the screenshot tool and
+ *  the window tests. QGuiApplication::setPalette(QPalette()) gives the desktop's back. */
+void applyDarkPalette();
 
 /** The main window's QML, inside the Vantro module's resources. */
 inline constexpr char mainWindowUrl[] = "qrc:/Vantro/Main.qml";

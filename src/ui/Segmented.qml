@@ -9,6 +9,7 @@ Row {
     property bool value
     property string offText
     property string onText
+    // At least; a larger desktop font widens the segments rather than cutting their text.
     property real segmentWidth: 0
     signal picked(bool value)
 
@@ -27,7 +28,7 @@ Row {
             VButton {
                 required property bool modelData
                 text: modelData ? picker.onText : picker.offText
-                width: picker.segmentWidth > 0 ? picker.segmentWidth : implicitWidth
+                width: Math.max(picker.segmentWidth, implicitWidth)
                 accessibleRole: Accessible.RadioButton
                 checked: picker.value === modelData
                 onClicked: picker.picked(modelData)

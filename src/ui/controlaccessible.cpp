@@ -21,12 +21,47 @@ QObject *declared(const QObject *item)
     return nullptr;
 }
 
+// Qt 6.4 tells nothing when a picker's choice changes. AT-SPI readers hear a value
+// change (the bridge turns it into a name and a selection change for a combo box) and
+// a change of the text they read the choice from.
+class ChoiceAnnouncer : public QObject
+{
+    Q_OBJECT
+public:
+    explicit ChoiceAnnouncer(QQuickItem *picker) : QObject(picker), m_shown(shown())
+    {
+        connect(picker, SIGNAL(displayTextChanged()), this, SLOT(announce()));
+    }
+
+private Q_SLOTS:
+    void announce()
+    {
+        const QString now = shown();
+        if (now == m_shown)
+            return;
+        QAccessibleTextUpdateEvent text(parent(), 0, m_shown, now);
+        QAccessible::updateAccessibility(&text);
+        QAccessibleValueChangeEvent value(parent(), now);
+        QAccessible::updateAccessibility(&value);
+        m_shown = now;
+    }
+
+private:
+    QString shown() const { return parent()->property("displayText").toString(); }
+    QString m_shown;
+};
+
 class ControlAccessible : public QAccessibleObject,
                           public QAccessibleActionInterface,
-                          public QAccessibleValueInterface
+                          public QAccessibleValueInterface,
+                          public QAccessibleTextInterface
 {
 public:
-    ControlAccessible(QQuickItem *item, Kind kind) : QAccessibleObject(item), m_kind(kind) {}
+    ControlAccessible(QQuickItem *item, Kind kind) : QAccessibleObject(item), m_kind(kind)
+    {
+        if (kind == Kind::ComboBox)
+            new ChoiceAnnouncer(item);
+    }
 
     QQuickItem *item() const { return static_cast<QQuickItem *>(object()); }
 
@@ -137,6 +172,10 @@ public:
             return static_cast<QAccessibleActionInterface *>(this);
         if (type == QAccessible::ValueInterface && m_kind == Kind::ProgressBar)
             return static_cast<QAccessibleValueInterface *>(this);
+        // The choice a picker shows, as the text AT-SPI readers read of a combo box
+        // that has no children (its value text does not cross the bridge).
+        if (type == QAccessible::TextInterface && m_kind == Kind::ComboBox)
+            return static_cast<QAccessibleTextInterface *>(this);
         return nullptr;
     }
 
@@ -168,6 +207,28 @@ public:
     QVariant maximumValue() const override { return item()->property("to"); }
     QVariant minimumValue() const override { return item()->property("from"); }
     QVariant minimumStepSize() const override { return 0.0; }
+
+    // The shown choice, read-only: no caret, no selection.
+    QString text(int start, int end) const override
+    {
+        return text(QAccessible::Value).mid(start, end - start);
+    }
+    int characterCount() const override { return int(text(QAccessible::Value).size()); }
+    void selection(int, int *start, int *end) const override { *start = *end = 0; }
+    int selectionCount() const override { return 0; }
+    void addSelection(int, int) override {}
+    void removeSelection(int) override {}
+    void setSelection(int, int, int) override {}
+    int cursorPosition() const override { return 0; }
+    void setCursorPosition(int) override {}
+    QRect characterRect(int) const override { return {}; }
+    int offsetAtPoint(const QPoint &) const override { return -1; }
+    void scrollToSubstring(int, int) override {}
+    QString attributes(int offset, int *start, int *end) const override
+    {
+        *start = *end = offset;
+        return {};
+    }
 
 private:
     double fraction() const
@@ -206,3 +267,5 @@ void installControlAccessibility()
     }();
     Q_UNUSED(installed);
 }
+
+#include "controlaccessible.moc"

@@ -128,6 +128,8 @@ int main(int argc, char *argv[])
         u"Downloading https://github.com/orrik/Zorbit/archive/refs/heads/master.zip"_s);
     model.log()->append(u"Game unpacked."_s);
     registerWindowTypes(&model);
+    if (dark)
+        applyDarkPalette();
 
     QQmlApplicationEngine engine;
     useBuiltInViews(engine);
@@ -137,8 +139,6 @@ int main(int argc, char *argv[])
                        : qobject_cast<QQuickWindow *>(engine.rootObjects().first());
     if (!window)
         return fail(u"the main window did not load"_s);
-    if (dark)
-        applyDarkPalette(window);
     if (!shown.flag.isEmpty())
         window->findChild<QObject *>(u"content"_s)->setProperty(shown.flag.toLatin1(), true);
 
@@ -150,8 +150,6 @@ int main(int argc, char *argv[])
         for (QWindow *w : QGuiApplication::topLevelWindows())
             if (!shown.title.isEmpty() && w->title() == shown.title)
                 target = qobject_cast<QQuickWindow *>(w);
-        if (dark && target != window)
-            applyDarkPalette(target);
         if (shown.question.isEmpty())
             return;
         // A question made on first use is asked for through its loader.
