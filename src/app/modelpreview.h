@@ -37,6 +37,14 @@ public:
         m.setDownloadSizeText(std::move(text));
         return *this;
     }
+    /** The installed game's record and what its host offers. */
+    ModelPreview &versions(std::optional<QString> installed, const QString &latest)
+    {
+        m.m_gameVersion = std::move(installed);
+        m.setLatestVersion(latest);
+        Q_EMIT m.versionsChanged();
+        return *this;
+    }
 
 private:
     AppModel &m;

@@ -1,5 +1,6 @@
 // The real windows, loaded from the QML module with the model in each state, driven
 // by keys, pointer and the screen reader's interface.
+#include "acquisition/gameversion.h"
 #include "app/appmodel.h"
 #include "app/logtext.h"
 #include "app/modelpreview.h"
@@ -252,7 +253,8 @@ void TestWindows::mainWindow()
         .state(state)
         .progress(progress.isValid() ? std::optional(progress.toDouble()) : std::nullopt)
         .setupNote(settingUp ? note : QString())
-        .failureReport(needs ? std::optional(report) : std::nullopt);
+        .failureReport(needs ? std::optional(report) : std::nullopt)
+        .versions(withGame ? std::optional(QString(40, u'a')) : std::nullopt, QString(40, u'b'));
     QVERIFY(actionButton->property("visualFocus").toBool()); // never left it, ring and all
     f.window->grabWindow();                                  // lays the page out
 
@@ -267,6 +269,12 @@ void TestWindows::mainWindow()
         QCOMPARE(shown->valueInterface() ? shown->valueInterface()->currentValue() : QVariant(),
                  progress);
     }
+    // A newer game is told of, to screen readers too, while the player can update.
+    const bool newer = withGame && (needs || kind == AppState::Ready);
+    QCOMPARE(f.shows(u"updateNote"_s), newer);
+    if (newer)
+        QCOMPARE(accessible(f.item(u"updateNote"_s))->text(QAccessible::Name),
+                 u"A newer version of the game is available. Update it in Settings."_s);
     QCOMPARE(f.shows(u"setupNote"_s), settingUp);
     QCOMPARE(f.shows(u"downloadNote"_s), !settingUp && !note.isEmpty());
     QCOMPARE(f.text(settingUp ? u"setupNote"_s : u"downloadNote"_s), note);
@@ -314,10 +322,9 @@ void TestWindows::mainWindow()
     // playing, else as text.
     const int hue = needs ? 30 : kind == AppState::Ready || kind == AppState::Playing ? 130 : -1;
     const std::tuple<QString, int, double> rows[] = {
-        {u"stateTitle"_s, -1, 4.5},       {u"actionButton"_s, -1, 4.5},
-        {u"licence"_s, -1, 4.5},          {u"controlsNote"_s, -1, 4.5},
-        {u"controlsFallback"_s, -1, 4.5}, {u"settingsButton"_s, 0, 3.0},
-        {u"aboutButton"_s, 4, 3.0},       {u"spinner"_s, -1, 3.0}};
+        {u"stateTitle"_s, -1, 4.5},    {u"actionButton"_s, -1, 4.5},     {u"licence"_s, -1, 4.5},
+        {u"controlsNote"_s, -1, 4.5},  {u"controlsFallback"_s, -1, 4.5}, {u"updateNote"_s, -1, 4.5},
+        {u"settingsButton"_s, 0, 3.0}, {u"aboutButton"_s, 4, 3.0},       {u"spinner"_s, -1, 3.0}};
     QTest::qWait(f.shows(u"spinner"_s) ? 300 : 0); // the spinner fades in
     for (const bool dark : {false, true}) {
         if (dark)
@@ -378,7 +385,11 @@ void TestWindows::sheets()
         TestEnv::writeFile(f.env.data() + u"/godot/app_userdata/Zorbit/save"_s, {});
     f.model->setResolution(u"1600x900"_s);
     f.model->setFullscreen(fullscreen);
-    ModelPreview(*f.model).state(busy ? AppState::playing() : AppState::ready());
+    // On disk: the sheet reads the disk again when it opens.
+    QVERIFY(GameVersion::write(f.model->layout(), QString(40, u'a')));
+    ModelPreview(*f.model)
+        .state(busy ? AppState::playing() : AppState::ready())
+        .versions(QString(40, u'a'), QString(40, withGame ? u'b' : u'a'));
     QStringList expected; // the last 3000 lines
     for (int i = 0; i < lines; ++i)
         f.model->log()->append(i < lines - 3000 ? u"line %1"_s.arg(i)
@@ -397,6 +408,9 @@ void TestWindows::sheets()
     };
     QCOMPARE(choice(), u"1600x900"_s);
     QCOMPARE(item(u"savesNote"_s)->isVisible(), !saves);
+    QCOMPARE(item(u"updateDetail"_s)->property("text").toString(),
+             withGame ? u"A newer version is available (installed aaaaaaa, latest bbbbbbb)."_s
+                      : QString());
     // Greyed means greyed for a screen reader too, and out of the Tab chain.
     QStringList order{u"Windowed"_s, u"Fullscreen"_s};
     for (const auto &[name, text, on] :
@@ -452,6 +466,8 @@ void TestWindows::sheets()
                  u"."_s);
     QCOMPARE(accessible(Fixture::find(about, u"repositoryLink"_s))->text(QAccessible::Name),
              u"github.com/orrik/Zorbit"_s);
+    QCOMPARE(Fixture::find(about, u"versionLine"_s)->property("text").toString(),
+             u"Game version: aaaaaaa"_s);
     QVERIFY(press(Fixture::find(about, u"doneButton"_s)));
     QTRY_VERIFY(!about);
 
