@@ -1,17 +1,18 @@
 // Renders the real windows offscreen with the model put in a given state and writes
 // one of them as a PNG: for the README, the packaging and a reviewer's eye.
 //
-//   vantro-screenshot STATE[+WINDOW][+dark][+2x] OUT.png [GAME_FOLDER]
+//   vantro-screenshot STATE[+WINDOW][+dark][+2x][+newer] OUT.png [GAME_FOLDER]
 //
 // STATE is notDownloaded, downloading, settingUp, needs, ready, starting or playing
 // (needs comes with a failure report). WINDOW, one of settings, about or log, opens
 // that sheet over the main window and renders it instead; reinstall and remove open
 // the settings with that question; quit asks the quit guard's question. A WINDOW on
 // its own stands for ready+WINDOW (playing+quit). "dark" renders with a dark desktop palette, "2x"
-// at twice the scale. GAME_FOLDER, a folder holding a project.godot, stands in for
-// a downloaded game. Nothing of the user's own data or settings is read or written:
-// everything lives in a temporary folder.
+// at twice the scale, "newer" with a newer game on offer. GAME_FOLDER, a folder holding a
+// project.godot, stands in for a downloaded game. Nothing of the user's own data or settings is
+// read or written: everything lives in a temporary folder.
 
+#include "acquisition/gameversion.h"
 #include "app/appmodel.h"
 #include "app/modelpreview.h"
 #include "app/pipeline.h"
@@ -81,9 +82,11 @@ bool putInState(AppModel &model, const QString &state)
 int main(int argc, char *argv[])
 {
     if (argc < 3 || argc > 4)
-        return fail(u"usage: vantro-screenshot STATE[+WINDOW][+dark][+2x] OUT.png [GAME_FOLDER]"_s);
+        return fail(u"usage: vantro-screenshot STATE[+WINDOW][+dark][+2x][+newer] OUT.png "
+                    u"[GAME_FOLDER]"_s);
     QStringList parts = QString::fromLocal8Bit(argv[1]).split(u'+');
     const bool dark = parts.removeAll(u"dark"_s) > 0;
+    const bool newer = parts.removeAll(u"newer"_s) > 0;
     // Before the application exists, as a desktop's own scale would be.
     if (parts.removeAll(u"2x"_s) > 0)
         qputenv("QT_SCALE_FACTOR", "2");
@@ -124,6 +127,12 @@ int main(int argc, char *argv[])
     const Window shown = windows.value(parts.value(0));
     if (!putInState(model, state))
         return fail(u"unknown state \u201c"_s + state + u"\u201d"_s);
+    if (newer) {
+        // On disk as well: the settings read the disk again when they open.
+        const QString installed = u"3f2c1a9e5b7d4c6a8e0f1b2d3c4e5f6a7b8c9d0e"_s;
+        GameVersion::write(model.layout(), installed);
+        ModelPreview(model).versions(installed, u"8d41e07c2a9b6f3e1d5c7a0b4e8f2c6d9a1b3e5f"_s);
+    }
     model.log()->append(
         u"Downloading https://github.com/orrik/Zorbit/archive/refs/heads/master.zip"_s);
     model.log()->append(u"Game unpacked."_s);
