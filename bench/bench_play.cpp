@@ -78,7 +78,8 @@ qint64 realtimeNs()
 class SpawnWatch
 {
 public:
-    SpawnWatch() : m_inotify(::inotify_init1(IN_CLOEXEC)), m_wake(::eventfd(0, EFD_CLOEXEC))
+    SpawnWatch()
+        : m_inotify(::inotify_init1(IN_CLOEXEC | IN_NONBLOCK)), m_wake(::eventfd(0, EFD_CLOEXEC))
     {
         if (m_inotify < 0 || m_wake < 0)
             throw Failure{u"inotify is not available"_s};
@@ -86,10 +87,7 @@ public:
     }
     ~SpawnWatch()
     {
-        const quint64 one = 1;
-        if (::write(m_wake, &one, sizeof one) != sizeof one)
-            std::abort(); // the thread would never end
-        m_thread.join();
+        stop();
         ::close(m_inotify);
         ::close(m_wake);
     }
@@ -104,9 +102,12 @@ public:
     {
         add(folder, IN_OPEN | IN_CREATE, QFile::encodeName(name), QFile::encodeName(marker));
     }
-    std::optional<Clock::time_point> spawned() const
+    /** Ends the watch and says when the open came, if it did. Every event the kernel
+     *  queued before this call counts: a game that ends at once is often over before
+     *  the thread, woken by its open, got a turn on a busy machine. */
+    std::optional<Clock::time_point> finish()
     {
-        std::lock_guard locker(m_mutex);
+        stop();
         return m_spawned;
     }
 
@@ -122,18 +123,38 @@ private:
             throw Failure{u"cannot watch "_s + path};
     }
 
+    void stop()
+    {
+        if (!m_thread.joinable())
+            return;
+        const quint64 one = 1;
+        if (::write(m_wake, &one, sizeof one) != sizeof one)
+            std::abort(); // the thread would never end
+        m_thread.join();
+    }
+
     void run()
     {
-        alignas(inotify_event) char buffer[16384];
         for (;;) {
             pollfd fds[2] = {{m_inotify, POLLIN, 0}, {m_wake, POLLIN, 0}};
             if (::poll(fds, 2, -1) < 0 && errno != EINTR)
                 return;
+            // The last events may have come with the wake: they are read first, and
+            // stamped as any other, at the thread's first turn after them.
+            take();
             if (fds[1].revents)
                 return;
-            if (!(fds[0].revents & POLLIN))
-                continue;
+        }
+    }
+
+    // Reads what the kernel has queued, up to the first open that counts.
+    void take()
+    {
+        alignas(inotify_event) char buffer[16384];
+        for (;;) {
             const ssize_t n = ::read(m_inotify, buffer, sizeof buffer);
+            if (n <= 0)
+                return;
             const auto now = Clock::now();
             std::lock_guard locker(m_mutex);
             for (ssize_t at = 0; at < n && !m_spawned;) {
@@ -154,7 +175,7 @@ private:
     int m_inotify;
     int m_wake;
     std::thread m_thread;
-    mutable std::mutex m_mutex; // guards everything below
+    std::mutex m_mutex; // guards everything below while the thread runs
     QByteArray m_name;
     QByteArray m_marker;
     std::optional<Clock::time_point> m_spawned;
@@ -276,7 +297,7 @@ FirstPlay launcherFirstPlay(const AppModel::Config &config)
     run.idleRssMb = rss.baseKb() / 1024.0;
     run.rssExact = rss.exact();
 
-    const auto spawned = watch.spawned();
+    const auto spawned = watch.finish();
     // Downloading the game, unpacking it, the checksum list, the engine, checking it,
     // unpacking it, the import, starting.
     if (!spawned || states.size() < 8 || states[7].first != AppState::starting())
@@ -342,7 +363,7 @@ FirstPlay shellFirstPlay(const ServerProcess &server, const QString &work)
         shell.exitCode() != 0)
         throw Failure{u"the shell pipeline failed (exit code %1): "_s.arg(shell.exitCode()) +
                       QString::fromLocal8Bit(shell.readAllStandardError())};
-    const auto spawned = watch.spawned();
+    const auto spawned = watch.finish();
     if (!spawned)
         throw Failure{u"the shell pipeline's game start was not seen"_s};
 
@@ -479,7 +500,7 @@ WarmPlays warmPlays(const AppModel::Config &config)
         const auto begin = Clock::now();
         model.play();
         waitForPipeline(model);
-        const auto spawned = watch.spawned();
+        const auto spawned = watch.finish();
         if (!spawned || states.empty() || states.front() != AppState::starting())
             throw Failure{u"a warm Play did not go straight to the game; state: "_s +
                           model.stateTitle() + u"\n  "_s + lastLines(model)};
