@@ -526,76 +526,91 @@ AppModel::Config benchConfig(const QString &engineEndpoint, const QString &gameA
 int main(int argc, char **argv)
 {
     QCoreApplication app(argc, argv);
-    try {
-        // The fake engine's game ends at once, with success.
-        qunsetenv("FAKE_RUN_SECONDS");
-        qunsetenv("FAKE_GAME_EXIT");
-        qunsetenv("FAKE_EXIT");
-        const QStringList arguments = QCoreApplication::arguments();
-        if (arguments.size() == 4 && arguments[1] == QLatin1String(firstPlayOption)) {
+    // The fake engine's game ends at once, with success.
+    qunsetenv("FAKE_RUN_SECONDS");
+    qunsetenv("FAKE_GAME_EXIT");
+    qunsetenv("FAKE_EXIT");
+    const QStringList arguments = QCoreApplication::arguments();
+    if (arguments.size() == 4 && arguments[1] == QLatin1String(firstPlayOption)) {
+        try {
             const FirstPlay run = launcherFirstPlay(benchConfig(arguments[2], arguments[3]));
             std::fputs(describe(run).constData(), stdout);
             return 0;
+        } catch (const Failure &failure) {
+            std::fprintf(stderr, "bench_play: %s\n", qPrintable(failure.what));
+        } catch (const std::exception &error) {
+            std::fprintf(stderr, "bench_play: %s\n", qPrintable(describeError(error)));
         }
+        return 1;
+    }
+
+    const Figure launcherS{"play_first_launcher_s"}, shellS{"play_first_shell_s"},
+        vsShellFigure{"play_first_vs_shell", "≤ 0.40"},
+        launcherPhases{"play_first_launcher_phases_ms"}, shellPhases{"play_first_shell_phases_ms"},
+        checksumFigure{"play_first_checksum_ms", "< 50"},
+        rssGrowth{"play_first_rss_growth_mb", "< 80"}, warmMs{"play_warm_ms", "< 100"},
+        warmToStarting{"play_warm_to_starting_ms"};
+    Report report("bench_play", {launcherS, shellS, vsShellFigure, launcherPhases, shellPhases,
+                                 checksumFigure, rssGrowth, warmMs, warmToStarting});
+    report.part(report.all(), [&] {
         QTemporaryDir work;
         if (!work.isValid())
             throw Failure{u"no temporary folder"_s};
         const QString www = work.filePath(u"www"_s);
         buildWorld(work.path(), www);
         ServerProcess server(www);
-
         const AppModel::Config config = benchConfig(
             server.url(u"/releases/"_s), server.url(QString::fromLatin1(PlayWorld::gamePath)));
-        auto launcher = [&] {
-            TestEnv env; // the child's, through the environment
-            return launcherFirstPlayAlone(config);
-        };
-        auto shell = [&] {
+
+        report.part(
+            {launcherS, shellS, vsShellFigure, launcherPhases, shellPhases, checksumFigure,
+             rssGrowth},
+            [&] {
+                auto launcher = [&] {
+                    TestEnv env; // the child's, through the environment
+                    return launcherFirstPlayAlone(config);
+                };
+                auto shell = [&] {
+                    TestEnv env;
+                    return shellFirstPlay(server, env.root());
+                };
+                const auto [launcherRuns, shellRuns] =
+                    interleavedRounds(firstRounds, 0, launcher, shell);
+                const Samples launcherSeconds = samplesOf(launcherRuns, &FirstPlay::seconds);
+                const Samples shellSeconds = samplesOf(shellRuns, &FirstPlay::seconds);
+                const Samples vsShell = ratios(launcherSeconds, shellSeconds);
+                report.print(launcherS, fixed(launcherSeconds.median(), 2),
+                             launcherSeconds.rounds(2));
+                report.print(shellS, fixed(shellSeconds.median(), 2), shellSeconds.rounds(2));
+                report.print(vsShellFigure, fixed(vsShell.median(), 2), vsShell.rounds(2));
+                report.print(launcherPhases, phaseLine(launcherRuns));
+                report.print(shellPhases, phaseLine(shellRuns));
+                // What the player waits for after the engine's last byte: the
+                // digest's end.
+                const auto checksumAt = size_t(phaseNames.indexOf(u"checksum"_s));
+                const Samples checksum =
+                    samplesOf(launcherRuns, [checksumAt](const FirstPlay &run) {
+                        return run.phasesMs.at(checksumAt);
+                    });
+                report.print(checksumFigure, fixed(checksum.median(), 1), checksum.rounds(1));
+                report.print(
+                    rssGrowth, fixed(samplesOf(launcherRuns, &FirstPlay::rssGrowthMb).median(), 1),
+                    u"idle "_s + fixed(samplesOf(launcherRuns, &FirstPlay::idleRssMb).median(), 1) +
+                        u" MB, "_s +
+                        (launcherRuns.front().rssExact ? u"exact peak"_s : u"sampled every ms"_s));
+            });
+
+        report.part({warmMs, warmToStarting}, [&] {
             TestEnv env;
-            return shellFirstPlay(server, env.root());
-        };
-        const auto [launcherRuns, shellRuns] = interleavedRounds(firstRounds, 0, launcher, shell);
-        const Samples launcherSeconds = samplesOf(launcherRuns, &FirstPlay::seconds);
-        const Samples shellSeconds = samplesOf(shellRuns, &FirstPlay::seconds);
-        const Samples vsShell = ratios(launcherSeconds, shellSeconds);
-
-        std::printf("play_first_launcher_s: %.2f (%s)\n", launcherSeconds.median(),
-                    qPrintable(launcherSeconds.rounds(2)));
-        std::printf("play_first_shell_s: %.2f (%s)\n", shellSeconds.median(),
-                    qPrintable(shellSeconds.rounds(2)));
-        std::printf("play_first_vs_shell: %.2f (goal ≤ 0.40; %s)\n", vsShell.median(),
-                    qPrintable(vsShell.rounds(2)));
-        std::printf("play_first_launcher_phases_ms: %s\n", qPrintable(phaseLine(launcherRuns)));
-        std::printf("play_first_shell_phases_ms: %s\n", qPrintable(phaseLine(shellRuns)));
-        // What the player waits for after the engine's last byte: the digest's end.
-        const auto checksumAt = size_t(phaseNames.indexOf(u"checksum"_s));
-        const Samples checksum = samplesOf(launcherRuns, [checksumAt](const FirstPlay &run) {
-            return run.phasesMs.at(checksumAt);
+            AppModel::Config warmConfig = config;
+            warmConfig.layout = DataLayout::fromEnvironment(); // this environment's
+            const WarmPlays warm = warmPlays(warmConfig);
+            const Samples total(warm.totalMs);
+            report.print(warmMs, fixed(total.median(), 1),
+                         total.rounds(1) + u"; %1 project files"_s.arg(warmFiles));
+            report.print(warmToStarting, fixed(Samples(warm.toStartingMs).median(), 1),
+                         u"median"_s);
         });
-        std::printf("play_first_checksum_ms: %.1f (goal < 50; %s)\n", checksum.median(),
-                    qPrintable(checksum.rounds(1)));
-        std::printf("play_first_rss_growth_mb: %.1f (goal < 80; idle %.1f MB, %s)\n",
-                    samplesOf(launcherRuns, &FirstPlay::rssGrowthMb).median(),
-                    samplesOf(launcherRuns, &FirstPlay::idleRssMb).median(),
-                    launcherRuns.front().rssExact ? "exact peak" : "sampled every ms");
-        std::fflush(stdout);
-
-        TestEnv env;
-        AppModel::Config warmConfig = config;
-        warmConfig.layout = DataLayout::fromEnvironment(); // this environment's
-        const WarmPlays warm = warmPlays(warmConfig);
-        std::printf("play_warm_ms: %.1f (goal < 100; %s; %d project files)\n",
-                    Samples(warm.totalMs).median(), qPrintable(Samples(warm.totalMs).rounds(1)),
-                    warmFiles);
-        std::printf("play_warm_to_starting_ms: %.1f (median)\n",
-                    Samples(warm.toStartingMs).median());
-        std::fflush(stdout);
-    } catch (const Failure &failure) {
-        std::fprintf(stderr, "bench_play: %s\n", qPrintable(failure.what));
-        return 1;
-    } catch (const std::exception &error) {
-        std::fprintf(stderr, "bench_play: %s\n", qPrintable(describeError(error)));
-        return 1;
-    }
-    return 0;
+    });
+    return report.exitCode();
 }
