@@ -53,6 +53,7 @@ constexpr int firstRounds = 5;
 constexpr int warmRounds = 9;
 constexpr int warmFiles = 10'000;
 constexpr int timeoutMs = 5 * 60 * 1000;
+constexpr int stallMs = 60 * 1000;
 const QString engineProgram = u"Godot_v4.3-stable_linux.x86_64"_s;
 const QString engineZip = engineProgram + u".zip"_s;
 
@@ -478,9 +479,22 @@ WarmPlays warmPlays(const AppModel::Config &config)
     QProcess import;
     import.setProcessChannelMode(QProcess::MergedChannels);
     import.start(*exe, {u"--headless"_s, u"--import"_s, u"--path"_s, root, u"--quit"_s});
-    if (!import.waitForFinished(timeoutMs) || import.exitCode() != 0)
+    // A line for each of thousands of images: on a busy machine the whole import takes
+    // more than any fixed limit, so only an engine that stops printing is stuck.
+    QByteArray output;
+    while (import.waitForReadyRead(stallMs)) {
+        output += import.readAll();
+        output = output.right(2000);
+    }
+    if (import.state() != QProcess::NotRunning && !import.waitForFinished(stallMs)) {
+        import.kill();
+        import.waitForFinished();
+        throw Failure{u"the import of the big project printed nothing for a minute"_s};
+    }
+    output += import.readAll();
+    if (import.exitStatus() != QProcess::NormalExit || import.exitCode() != 0)
         throw Failure{u"the import of the big project failed: "_s +
-                      QString::fromLocal8Bit(import.readAll().right(2000))};
+                      QString::fromLocal8Bit(output.right(2000))};
     probe.refreshFromDisk();
     if (probe.state() != AppState::ready())
         throw Failure{u"the warm install is not ready: "_s + probe.stateTitle()};
