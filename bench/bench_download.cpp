@@ -155,13 +155,21 @@ qint64 curlDownload(const QUrl &url, const QString &target)
 int main(int argc, char **argv)
 {
     QCoreApplication app(argc, argv);
-    try {
-        const QStringList arguments = QCoreApplication::arguments();
-        if (arguments.size() == 4 && arguments[1] == QLatin1String(downloadOption)) {
+    const QStringList arguments = QCoreApplication::arguments();
+    if (arguments.size() == 4 && arguments[1] == QLatin1String(downloadOption)) {
+        try {
             const Run run = launcherDownload(QUrl(arguments[2]), arguments[3]);
             std::printf("%lld %.3f\n", static_cast<long long>(run.ns), run.rssGrowthMb);
             return 0;
+        } catch (const Failure &failure) {
+            std::fprintf(stderr, "bench_download: %s\n", qPrintable(failure.what));
+            return 1;
         }
+    }
+    const Figure launcherRate{"download_launcher_mb_s"}, curlRate{"download_curl_mb_s"},
+        vsCurlFigure{"download_vs_curl", "≥ 0.9"}, rssGrowth{"download_rss_growth_mb", "< 50"};
+    Report report("bench_download", {launcherRate, curlRate, vsCurlFigure, rssGrowth});
+    report.part(report.all(), [&] {
         QTemporaryDir served;
         QTemporaryDir received;
         if (!served.isValid() || !received.isValid())
@@ -188,18 +196,10 @@ int main(int argc, char **argv)
         const Samples launcherNs = samplesOf(launcherRuns, &Run::ns);
         // Throughputs: curl's time over the launcher's.
         const Samples vsCurl = ratios(Samples(curlNs), launcherNs);
-        std::printf("download_launcher_mb_s: %.0f\n",
-                    mbPerSecond(fileBytes, qint64(launcherNs.median())));
-        std::printf("download_curl_mb_s: %.0f\n",
-                    mbPerSecond(fileBytes, qint64(Samples(curlNs).median())));
-        std::printf("download_vs_curl: %.2f (goal ≥ 0.9; %s)\n", vsCurl.median(),
-                    qPrintable(vsCurl.rounds(2)));
-        std::printf("download_rss_growth_mb: %.1f (goal < 50)\n",
-                    samplesOf(launcherRuns, &Run::rssGrowthMb).median());
-        std::fflush(stdout);
-    } catch (const Failure &failure) {
-        std::fprintf(stderr, "bench_download: %s\n", qPrintable(failure.what));
-        return 1;
-    }
-    return 0;
+        report.print(launcherRate, fixed(mbPerSecond(fileBytes, qint64(launcherNs.median())), 0));
+        report.print(curlRate, fixed(mbPerSecond(fileBytes, qint64(Samples(curlNs).median())), 0));
+        report.print(vsCurlFigure, fixed(vsCurl.median(), 2), vsCurl.rounds(2));
+        report.print(rssGrowth, fixed(samplesOf(launcherRuns, &Run::rssGrowthMb).median(), 1));
+    });
+    return report.exitCode();
 }

@@ -58,20 +58,18 @@ Carry launcherCarry()
 int main(int argc, char **argv)
 {
     QCoreApplication app(argc, argv);
-    try {
+    const Figure rate{"endless_line_mb_per_s"}, vsPipeFigure{"endless_line_vs_pipe", "≤ 3"},
+        rssGrowth{"endless_line_rss_growth_mb", "< 30"};
+    Report report("bench_endless", {rate, vsPipeFigure, rssGrowth});
+    report.part(report.all(), [&] {
         const QString piped = child + u" | cat > /dev/null"_s;
         auto pipe = [&piped] { return timedRunWaiting(piped, [](const QString &) {}); };
         const auto [carries, pipes] = interleavedRounds(rounds, 1, launcherCarry, pipe);
         const Samples ns = samplesOf(carries, &Carry::ns);
         const Samples vsPipe = ratios(ns, Samples(pipes));
-        std::printf("endless_line_mb_per_s: %.0f\n", double(lineBytes) / 1e6 / (ns.median() / 1e9));
-        std::printf("endless_line_vs_pipe: %.2f (goal ≤ 3; %s)\n", vsPipe.median(),
-                    qPrintable(vsPipe.rounds(2)));
-        std::printf("endless_line_rss_growth_mb: %.1f (goal < 30)\n",
-                    samplesOf(carries, &Carry::rssGrowthMb).median());
-    } catch (const Failure &failure) {
-        std::fprintf(stderr, "bench_endless: %s\n", qPrintable(failure.what));
-        return 1;
-    }
-    return 0;
+        report.print(rate, fixed(double(lineBytes) / 1e6 / (ns.median() / 1e9), 0));
+        report.print(vsPipeFigure, fixed(vsPipe.median(), 2), vsPipe.rounds(2));
+        report.print(rssGrowth, fixed(samplesOf(carries, &Carry::rssGrowthMb).median(), 1));
+    });
+    return report.exitCode();
 }

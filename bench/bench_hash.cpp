@@ -83,7 +83,10 @@ private:
 int main(int argc, char **argv)
 {
     QCoreApplication app(argc, argv);
-    try {
+    const Figure launcherRate{"hash_launcher_mb_s"}, opensslRate{"hash_openssl_mb_s"},
+        sha512sumRate{"hash_sha512sum_mb_s"}, vsOpensslFigure{"hash_vs_openssl", "≥ 0.95"};
+    Report report("bench_hash", {launcherRate, opensslRate, sha512sumRate, vsOpensslFigure});
+    report.part(report.all(), [&] {
         QTemporaryDir dir;
         if (!dir.isValid())
             throw Failure{u"no temporary folder"_s};
@@ -108,20 +111,12 @@ int main(int argc, char **argv)
         // Throughputs: the reference's time over the launcher's.
         const Samples vsOpenssl = ratios(Samples(opensslNs), Samples(launcherNs));
         auto rate = [](const std::vector<qint64> &ns) {
-            return mbPerSecond(fileBytes, qint64(Samples(ns).median()));
+            return fixed(mbPerSecond(fileBytes, qint64(Samples(ns).median())), 0);
         };
-        std::printf("hash_launcher_mb_s: %.0f\n", rate(launcherNs));
-        std::printf("hash_openssl_mb_s: %.0f\n", rate(opensslNs));
-        std::printf("hash_sha512sum_mb_s: %.0f\n", rate(sha512sumNs));
-        std::printf("hash_vs_openssl: %.2f (goal ≥ 0.95; %s)\n", vsOpenssl.median(),
-                    qPrintable(vsOpenssl.rounds(2)));
-        std::fflush(stdout);
-    } catch (const Failure &failure) {
-        std::fprintf(stderr, "bench_hash: %s\n", qPrintable(failure.what));
-        return 1;
-    } catch (const std::exception &error) {
-        std::fprintf(stderr, "bench_hash: %s\n", error.what());
-        return 1;
-    }
-    return 0;
+        report.print(launcherRate, rate(launcherNs));
+        report.print(opensslRate, rate(opensslNs));
+        report.print(sha512sumRate, rate(sha512sumNs));
+        report.print(vsOpensslFigure, fixed(vsOpenssl.median(), 2), vsOpenssl.rounds(2));
+    });
+    return report.exitCode();
 }

@@ -14,6 +14,7 @@
 #include <cstdio>
 #include <functional>
 
+#include "report.h"
 #include "rounds.h"
 
 using namespace Qt::StringLiterals;
@@ -24,13 +25,13 @@ void touch(const QString &path, const QByteArray &text = {})
 {
     QFile file(path);
     if (!file.open(QIODevice::WriteOnly) || file.write(text) != text.size())
-        qFatal("cannot create %s", qPrintable(path));
+        throw Failure{u"cannot create "_s + path};
 }
 
 void makeFolder(const QString &path)
 {
     if (!QDir().mkpath(path))
-        qFatal("cannot create %s", qPrintable(path));
+        throw Failure{u"cannot create "_s + path};
 }
 
 // A Godot 3 project of 20,000 files in 2,000 folders (40 with 49 subfolders each), ten
@@ -112,7 +113,7 @@ QByteArray shell(const QString &command)
     QProcess process;
     process.start(u"/bin/sh"_s, {u"-c"_s, command});
     if (!process.waitForFinished(-1) || process.exitCode() != 0)
-        qFatal("failed: %s", qPrintable(command));
+        throw Failure{u"failed: "_s + command};
     return process.readAllStandardOutput().trimmed();
 }
 
@@ -121,61 +122,61 @@ QString quoted(const QString &path)
     return u"'"_s + QString(path).replace(u"'"_s, u"'\\''"_s) + u"'"_s;
 }
 
-void printCount(const char *name, int count)
-{
-    std::printf("%s: %d\n", name, count);
-}
-
-void print(const char *name, double value)
-{
-    std::printf("%s: %.1f\n", name, value);
-}
-
-void print(const char *name, const Samples &ratio, const char *goal)
-{
-    std::printf("%s: %.2f (goal %s; %s)\n", name, ratio.median(), goal,
-                qPrintable(ratio.rounds(2)));
-}
-
 } // namespace
 
 int main(int argc, char **argv)
 {
     QCoreApplication app(argc, argv);
-    QTemporaryDir dir;
-    if (!dir.isValid())
-        qFatal("no temporary folder");
+    const Figure importFiles{"import_tree_files"}, importCheck{"import_check_ms"},
+        findMs{"find_ms"}, importVsFind{"import_check_vs_find", "≤ 2"},
+        rootEntries{"root_tree_entries"}, rootEntriesTo4{"root_tree_entries_to_level_4"},
+        findRoot{"find_root_ms"}, findMaxdepth{"find_maxdepth_ms"},
+        rootVsFind{"find_root_vs_find", "≤ 2"};
+    Report report("bench_inspect", {importFiles, importCheck, findMs, importVsFind, rootEntries,
+                                    rootEntriesTo4, findRoot, findMaxdepth, rootVsFind});
+    auto ratio = [&report](const Figure &figure, const Samples &ratio) {
+        report.print(figure, fixed(ratio.median(), 2), ratio.rounds(2));
+    };
+    report.part(report.all(), [&] {
+        QTemporaryDir dir;
+        if (!dir.isValid())
+            throw Failure{u"no temporary folder"_s};
 
-    const QString project = dir.path() + u"/project"_s;
-    buildProject(project);
-    const QString countFiles =
-        u"find "_s + quoted(project) + u" -not -path '*/.*' -type f | wc -l"_s;
-    if (!EngineManager::importIsComplete(project, 3) || shell(countFiles) != "20000")
-        qFatal("the project tree is not what the benchmark expects");
+        report.part({importFiles, importCheck, findMs, importVsFind}, [&] {
+            const QString project = dir.path() + u"/project"_s;
+            buildProject(project);
+            const QString countFiles =
+                u"find "_s + quoted(project) + u" -not -path '*/.*' -type f | wc -l"_s;
+            if (!EngineManager::importIsComplete(project, 3) || shell(countFiles) != "20000")
+                throw Failure{u"the project tree is not what the benchmark expects"_s};
 
-    // The uncounted round fills the cache with the tree's entries.
-    const auto [importMs, importFindMs] =
-        interleavedRounds(rounds, 1, timed([&] { EngineManager::importIsComplete(project, 3); }),
-                          timed([&] { shell(countFiles); }));
-    printCount("import_tree_files", 20000);
-    print("import_check_ms", Samples(importMs).median());
-    print("find_ms", Samples(importFindMs).median());
-    print("import_check_vs_find", ratios(Samples(importMs), Samples(importFindMs)), "≤ 2");
+            // The uncounted round fills the cache with the tree's entries.
+            const auto [importMs, importFindMs] = interleavedRounds(
+                rounds, 1, timed([&] { EngineManager::importIsComplete(project, 3); }),
+                timed([&] { shell(countFiles); }));
+            report.print(importFiles, QString::number(20000));
+            report.print(importCheck, fixed(Samples(importMs).median(), 1));
+            report.print(findMs, fixed(Samples(importFindMs).median(), 1));
+            ratio(importVsFind, ratios(Samples(importMs), Samples(importFindMs)));
+        });
 
-    const QString deep = dir.path() + u"/deep"_s;
-    const int entries = buildDeepTree(deep);
-    const QString listShallow =
-        u"find "_s + quoted(deep) + u" -maxdepth 4 -not -path '*/.*' | wc -l"_s;
-    if (ProjectInspector::findProjectRoot(deep))
-        qFatal("the deep tree holds no project file");
+        report.part({rootEntries, rootEntriesTo4, findRoot, findMaxdepth, rootVsFind}, [&] {
+            const QString deep = dir.path() + u"/deep"_s;
+            const int entries = buildDeepTree(deep);
+            const QString listShallow =
+                u"find "_s + quoted(deep) + u" -maxdepth 4 -not -path '*/.*' | wc -l"_s;
+            if (ProjectInspector::findProjectRoot(deep))
+                throw Failure{u"the deep tree holds no project file"_s};
 
-    const auto [rootMs, rootFindMs] =
-        interleavedRounds(rounds, 1, timed([&] { ProjectInspector::findProjectRoot(deep); }),
-                          timed([&] { shell(listShallow); }));
-    printCount("root_tree_entries", entries);
-    printCount("root_tree_entries_to_level_4", shell(listShallow).toInt() - 1);
-    print("find_root_ms", Samples(rootMs).median());
-    print("find_maxdepth_ms", Samples(rootFindMs).median());
-    print("find_root_vs_find", ratios(Samples(rootMs), Samples(rootFindMs)), "≤ 2");
-    return 0;
+            const auto [rootMs, rootFindMs] = interleavedRounds(
+                rounds, 1, timed([&] { ProjectInspector::findProjectRoot(deep); }),
+                timed([&] { shell(listShallow); }));
+            report.print(rootEntries, QString::number(entries));
+            report.print(rootEntriesTo4, QString::number(shell(listShallow).toInt() - 1));
+            report.print(findRoot, fixed(Samples(rootMs).median(), 1));
+            report.print(findMaxdepth, fixed(Samples(rootFindMs).median(), 1));
+            ratio(rootVsFind, ratios(Samples(rootMs), Samples(rootFindMs)));
+        });
+    });
+    return report.exitCode();
 }

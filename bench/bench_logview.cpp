@@ -171,32 +171,41 @@ int main(int argc, char **argv)
     if (oneFlood && qEnvironmentVariableIsEmpty("QT_QUICK_BACKEND"))
         QQuickWindow::setGraphicsApi(QSGRendererInterface::Software);
     QGuiApplication app(argc, argv);
-    try {
-        if (oneFlood)
+    if (oneFlood) {
+        try {
             return floodAlone(argc == 3);
-        auto pipe = [] {
-            return timedRunWaiting(child + u" | cat > /dev/null"_s, [](const QString &) {});
-        };
-        auto launcher = [] { return floodInAProcess(false); };
-        auto selecting = [] { return floodInAProcess(true); };
-        const auto [floods, pipes] = interleavedRounds(rounds, 0, launcher, pipe);
-        const auto [held, heldPipes] = interleavedRounds(rounds, 0, selecting, pipe);
-        const Samples gaps = samplesOf(floods, &Flood::longestGapMs);
-        const Samples vsPipe = ratios(samplesOf(floods, &Flood::ns), Samples(pipes));
-        std::printf("logview_longest_frame_gap_ms: %.1f (goal < 50; %s)\n", gaps.median(),
-                    qPrintable(gaps.rounds(1)));
-        const Samples heldGaps = samplesOf(held, &Flood::longestGapMs);
-        std::printf("logview_longest_frame_gap_selecting_ms: %.1f (goal < 50; %s)\n",
-                    heldGaps.median(), qPrintable(heldGaps.rounds(1)));
-        std::printf("logview_longest_frame_ms: %.1f (goal < 50)\n",
-                    samplesOf(floods, &Flood::longestFrameMs).median());
-        std::printf("logview_frames: %.0f in %.1f s\n", samplesOf(floods, &Flood::frames).median(),
-                    samplesOf(floods, &Flood::ns).median() / 1e9);
-        std::printf("logview_flood_vs_pipe: %.2f (the child into a pipe: %.2f s; %s)\n",
-                    vsPipe.median(), Samples(pipes).median() / 1e9, qPrintable(vsPipe.rounds(2)));
-    } catch (const Failure &failure) {
-        std::fprintf(stderr, "bench_logview: %s\n", qPrintable(failure.what));
-        return 1;
+        } catch (const Failure &failure) {
+            std::fprintf(stderr, "bench_logview: %s\n", qPrintable(failure.what));
+            return 1;
+        }
     }
-    return 0;
+    const Figure gap{"logview_longest_frame_gap_ms", "< 50"},
+        frame{"logview_longest_frame_ms", "< 50"}, frameCount{"logview_frames"},
+        vsPipeFigure{"logview_flood_vs_pipe"},
+        selectingGap{"logview_longest_frame_gap_selecting_ms", "< 50"};
+    Report report("bench_logview", {gap, frame, frameCount, vsPipeFigure, selectingGap});
+    auto pipe = [] {
+        return timedRunWaiting(child + u" | cat > /dev/null"_s, [](const QString &) {});
+    };
+    report.part({gap, frame, frameCount, vsPipeFigure}, [&] {
+        const auto [floods, pipes] = interleavedRounds(
+            rounds, 0, [] { return floodInAProcess(false); }, pipe);
+        const Samples gaps = samplesOf(floods, &Flood::longestGapMs);
+        const Samples ns = samplesOf(floods, &Flood::ns);
+        const Samples vsPipe = ratios(ns, Samples(pipes));
+        report.print(gap, fixed(gaps.median(), 1), gaps.rounds(1));
+        report.print(frame, fixed(samplesOf(floods, &Flood::longestFrameMs).median(), 1));
+        report.print(frameCount, fixed(samplesOf(floods, &Flood::frames).median(), 0) + u" in "_s +
+                                     fixed(ns.median() / 1e9, 1) + u" s"_s);
+        report.print(vsPipeFigure, fixed(vsPipe.median(), 2),
+                     u"the child into a pipe: "_s + fixed(Samples(pipes).median() / 1e9, 2) +
+                         u" s; "_s + vsPipe.rounds(2));
+    });
+    report.part({selectingGap}, [&] {
+        const auto [held, heldPipes] = interleavedRounds(
+            rounds, 0, [] { return floodInAProcess(true); }, pipe);
+        const Samples heldGaps = samplesOf(held, &Flood::longestGapMs);
+        report.print(selectingGap, fixed(heldGaps.median(), 1), heldGaps.rounds(1));
+    });
+    return report.exitCode();
 }

@@ -114,23 +114,20 @@ Flood launcherFlood()
 int main(int argc, char **argv)
 {
     QCoreApplication app(argc, argv);
-    try {
+    const Figure rate{"process_lines_per_s"}, vsPipeFigure{"process_vs_pipe", "≤ 1.5"},
+        stall{"process_gui_stall_ms", "≤ 50"}, rssGrowth{"process_rss_growth_mb", "< 30"};
+    Report report("bench_process", {rate, vsPipeFigure, stall, rssGrowth});
+    report.part(report.all(), [&] {
         const QString piped = child + u" | cat > /dev/null"_s;
         auto pipe = [&piped] { return timedRunWaiting(piped, [](const QString &) {}); };
         // The uncounted round starts the reader thread and the child's tools once.
         const auto [floods, pipes] = interleavedRounds(rounds, 1, launcherFlood, pipe);
         const Samples ns = samplesOf(floods, &Flood::ns);
         const Samples vsPipe = ratios(ns, Samples(pipes));
-        std::printf("process_lines_per_s: %.0f\n", lineCount / (ns.median() / 1e9));
-        std::printf("process_vs_pipe: %.2f (goal ≤ 1.5; %s)\n", vsPipe.median(),
-                    qPrintable(vsPipe.rounds(2)));
-        std::printf("process_gui_stall_ms: %.1f (goal ≤ 50)\n",
-                    samplesOf(floods, &Flood::stallMs).median());
-        std::printf("process_rss_growth_mb: %.1f (goal < 30)\n",
-                    samplesOf(floods, &Flood::rssGrowthMb).median());
-    } catch (const Failure &failure) {
-        std::fprintf(stderr, "bench_process: %s\n", qPrintable(failure.what));
-        return 1;
-    }
-    return 0;
+        report.print(rate, fixed(lineCount / (ns.median() / 1e9), 0));
+        report.print(vsPipeFigure, fixed(vsPipe.median(), 2), vsPipe.rounds(2));
+        report.print(stall, fixed(samplesOf(floods, &Flood::stallMs).median(), 1));
+        report.print(rssGrowth, fixed(samplesOf(floods, &Flood::rssGrowthMb).median(), 1));
+    });
+    return report.exitCode();
 }

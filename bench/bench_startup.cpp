@@ -18,6 +18,7 @@
 #include <cstdio>
 #include <vector>
 
+#include "report.h"
 #include "rounds.h"
 
 using namespace Qt::StringLiterals;
@@ -29,11 +30,6 @@ namespace {
 constexpr int frameRounds = 61;
 constexpr int rssRounds = 3;
 constexpr qint64 rssAfterMs = 5000;
-
-struct Failure
-{
-    QString what;
-};
 
 qint64 rssKb(qint64 pid)
 {
@@ -149,7 +145,15 @@ int main(int argc, char **argv)
     QCoreApplication app(argc, argv);
     const QString program = QStringLiteral(VANTRO_PROGRAM);
     const QString bare = QStringLiteral(VANTRO_BARE_WINDOW);
-    try {
+    const Figure frameMs{"startup_first_frame_ms", "≤ 300"},
+        vsBareFigure{"startup_vs_bare_window", "≤ 1.5"},
+        bareFrameMs{"startup_bare_window_first_frame_ms"},
+        buttonVsBareFigure{"startup_one_fusion_button_vs_bare_window"},
+        openglFrameMs{"startup_first_frame_opengl_ms"}, rssMb{"startup_rss_5s_mb", "≤ 60"},
+        bareRssMb{"startup_bare_window_rss_5s_mb"}, openglRssMb{"startup_rss_5s_opengl_mb"};
+    Report report("bench_startup", {frameMs, vsBareFigure, bareFrameMs, buttonVsBareFigure,
+                                    openglFrameMs, rssMb, bareRssMb, openglRssMb});
+    report.part(report.all(), [&] {
         Xvfb xvfb;
         const QString display = xvfb.display();
         // Any backend name but "software" leaves Qt Quick on its default, OpenGL, scene
@@ -161,35 +165,35 @@ int main(int argc, char **argv)
                 return rss ? run.rssMb : run.firstFrameMs;
             };
         };
-        // The uncounted round reads the programs' libraries from disk.
-        const auto [frame, bareFrame, buttonFrame, openglFrame] = interleavedRounds(
-            frameRounds, 1, start(program, u"software"_s, false), start(bare, u"software"_s, false),
-            start(bare, u"software"_s, false, {u"--button"_s}), start(program, u"rhi"_s, false));
-        const auto [rss, bareRss, openglRss] =
-            interleavedRounds(rssRounds, 0, start(program, u"software"_s, true),
-                              start(bare, u"software"_s, true), start(program, u"rhi"_s, true));
-        const Samples vsBare = ratios(Samples(frame), Samples(bareFrame));
-        const Samples buttonVsBare = ratios(Samples(buttonFrame), Samples(bareFrame));
-
-        std::printf("startup_first_frame_ms: %.0f (goal ≤ 300; GTK peer about 920)\n",
-                    Samples(frame).median());
-        std::printf("startup_rss_5s_mb: %.1f (goal ≤ 60; GTK peer about 115)\n",
-                    Samples(rss).median());
-        std::printf("startup_vs_bare_window: %.2f (goal ≤ 1.5; %s)\n", vsBare.median(),
-                    qPrintable(vsBare.rounds(2)));
-        std::printf("startup_bare_window_first_frame_ms: %.0f\n", Samples(bareFrame).median());
-        std::printf("startup_bare_window_rss_5s_mb: %.1f\n", Samples(bareRss).median());
-        // No goal: how much of the bare window's margin Qt Quick Controls alone takes.
-        std::printf("startup_one_fusion_button_vs_bare_window: %.2f (%s)\n", buttonVsBare.median(),
-                    qPrintable(buttonVsBare.rounds(2)));
-        std::printf("startup_first_frame_opengl_ms: %.0f (software/opengl %.2f)\n",
-                    Samples(openglFrame).median(),
-                    ratios(Samples(frame), Samples(openglFrame)).median());
-        std::printf("startup_rss_5s_opengl_mb: %.1f (software/opengl %.2f)\n",
-                    Samples(openglRss).median(), ratios(Samples(rss), Samples(openglRss)).median());
-    } catch (const Failure &failure) {
-        std::fprintf(stderr, "bench_startup: %s\n", qPrintable(failure.what));
-        return 1;
-    }
-    return 0;
+        report.part({frameMs, vsBareFigure, bareFrameMs, buttonVsBareFigure, openglFrameMs}, [&] {
+            // The uncounted round reads the programs' libraries from disk.
+            const auto [frame, bareFrame, buttonFrame, openglFrame] =
+                interleavedRounds(frameRounds, 1, start(program, u"software"_s, false),
+                                  start(bare, u"software"_s, false),
+                                  start(bare, u"software"_s, false, {u"--button"_s}),
+                                  start(program, u"rhi"_s, false));
+            const Samples vsBare = ratios(Samples(frame), Samples(bareFrame));
+            const Samples buttonVsBare = ratios(Samples(buttonFrame), Samples(bareFrame));
+            report.print(frameMs, fixed(Samples(frame).median(), 0), u"GTK peer about 920"_s);
+            report.print(vsBareFigure, fixed(vsBare.median(), 2), vsBare.rounds(2));
+            report.print(bareFrameMs, fixed(Samples(bareFrame).median(), 0));
+            // No goal: how much of the bare window's margin Qt Quick Controls alone takes.
+            report.print(buttonVsBareFigure, fixed(buttonVsBare.median(), 2),
+                         buttonVsBare.rounds(2));
+            report.print(openglFrameMs, fixed(Samples(openglFrame).median(), 0),
+                         u"software/opengl "_s +
+                             fixed(ratios(Samples(frame), Samples(openglFrame)).median(), 2));
+        });
+        report.part({rssMb, bareRssMb, openglRssMb}, [&] {
+            const auto [rss, bareRss, openglRss] =
+                interleavedRounds(rssRounds, 0, start(program, u"software"_s, true),
+                                  start(bare, u"software"_s, true), start(program, u"rhi"_s, true));
+            report.print(rssMb, fixed(Samples(rss).median(), 1), u"GTK peer about 115"_s);
+            report.print(bareRssMb, fixed(Samples(bareRss).median(), 1));
+            report.print(openglRssMb, fixed(Samples(openglRss).median(), 1),
+                         u"software/opengl "_s +
+                             fixed(ratios(Samples(rss), Samples(openglRss)).median(), 2));
+        });
+    });
+    return report.exitCode();
 }

@@ -7,11 +7,7 @@
 #include <algorithm>
 #include <unistd.h>
 
-/** A benchmark's own failure (not a missed goal): the run stops with this text. */
-struct Failure
-{
-    QString what;
-};
+#include "report.h"
 
 // One random block repeated: nothing on the way can squeeze the bytes, and making
 // the file costs no more than writing it.

@@ -37,6 +37,9 @@ bool isValidAddress(const QUrl &url)
 Pipeline::Pipeline(AppModel &model) : m(model), m_runner(model.m_scope, model.config().stopGrace)
 {
     m_promotion.setSingleShot(true);
+    // A coarse timer may fire up to 5% early: a game shown as playing must also have run
+    // long enough for its end to count as normal.
+    m_promotion.setTimerType(Qt::PreciseTimer);
     connect(&m_promotion, &QTimer::timeout, this, &Pipeline::promote);
 }
 

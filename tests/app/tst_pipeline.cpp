@@ -55,6 +55,8 @@ struct Fixture
     AppModel::Config config;
     // Before the model: a model that goes while still working tells of its last states.
     QList<AppState> states;
+    QList<qint64> stateMs; // when each came, on `clock`
+    QElapsedTimer clock;
     QStringList progress; // each text, and " = " the fraction beside it
     std::unique_ptr<AppModel> model;
 
@@ -68,7 +70,11 @@ struct Fixture
         }
         model = std::make_unique<AppModel>(config);
         AppModel *m = model.get();
-        QObject::connect(m, &AppModel::stateChanged, m, [this, m] { states.append(m->state()); });
+        clock.start();
+        QObject::connect(m, &AppModel::stateChanged, m, [this, m] {
+            states.append(m->state());
+            stateMs.append(clock.elapsed());
+        });
         QObject::connect(m, &AppModel::progressTextChanged, m, [this, m] {
             progress << m->progressText() + u" = "_s + QString::number(m->progress().value_or(-1));
         });
@@ -141,11 +147,7 @@ private Q_SLOTS:
         Fixture f({}, false);
         ScopedEnv run(u"FAKE_RUN_SECONDS=10.5"_s);
         f.model->play();
-        QTRY_COMPARE_WITH_TIMEOUT(f.model->state(), AppState::starting(), 20000);
-        QTest::qWait(9000);
-        QCOMPARE(f.model->state(), AppState::starting());
-        QTRY_COMPARE_WITH_TIMEOUT(f.model->state(), AppState::playing(), 3000);
-        QTRY_VERIFY_WITH_TIMEOUT(!f.model->isWorking(), 10000);
+        QTRY_VERIFY_WITH_TIMEOUT(!f.model->isWorking(), 40000);
         QCOMPARE(
             f.states,
             (QList<AppState>{
@@ -156,6 +158,9 @@ private Q_SLOTS:
                 AppState::settingUp(u"unpacking the engine"_s),
                 AppState::settingUp(u"First-time setup, this can take a minute or more"_s),
                 AppState::starting(), AppState::playing(), AppState::ready()}));
+        // Playing once the game has run the whole delay, timed at the model's own state
+        // changes: a wait of the test's would itself run late on a busy machine.
+        QVERIFY(f.stateMs[8] - f.stateMs[7] >= 10000);
         QVERIFY(!f.model->failureReport() && !f.model->progress());
         // Each download shows its bytes of the total and the speed, up to the whole.
         const QRegularExpression whole(u"^(.+) of \\1 \u00b7 (Zero|[\\d.]+)\u00a0[KMG]?B/s = 1$"_s);
