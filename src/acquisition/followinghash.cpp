@@ -9,6 +9,7 @@
 #include <condition_variable>
 #include <fcntl.h>
 #include <mutex>
+#include <openssl/crypto.h>
 #include <openssl/evp.h>
 #include <unistd.h>
 
@@ -45,6 +46,9 @@ struct FollowingHash::State
         promise.start();
         promise.addResult(hash());
         promise.finish();
+        // A pooled thread lives on after the hash: what OpenSSL keeps per thread is
+        // freed now rather than at a thread exit that may come only with the process.
+        OPENSSL_thread_stop();
         {
             std::lock_guard<std::mutex> locker(lock);
             ended = true;
