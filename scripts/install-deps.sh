@@ -30,6 +30,8 @@ packages=(
   tinyproxy-bin
   # A desktop theme that hands over its own palette, for the window tests.
   qt6ct
+  # git archive makes the zip a git host serves, with its commit as the comment.
+  git
 )
 
 missing=()
